@@ -1,0 +1,108 @@
+// The one long-lived object that every measurement stage reads and writes,
+// and the small value types the stages share.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <functional>
+#include <iosfwd>
+#include <opencv2/core.hpp>
+#include <vector>
+
+namespace boxdim {
+
+// Pinhole intrinsics of the depth camera, in pixels.
+struct CameraIntrinsics {
+  float fx = 506.426f;
+  float fy = 506.605f;
+  float cx = 323.018f;
+  float cy = 231.166f;
+};
+
+// a*x + b*y + c*z + d = 0 in camera coordinates (mm). Accepted planes keep a
+// unit normal with c > 0, so a*x + b*y + c*z + d is the signed distance and
+// grows beyond the top face, towards the floor.
+struct PlaneEquation {
+  float a = 0.0f;
+  float b = 0.0f;
+  float c = 0.0f;
+  float d = 0.0f;
+};
+
+// Millimetres; box_length is the longer side of the top face.
+struct BoxDimensions {
+  float box_length = 0.0f;
+  float box_width = 0.0f;
+  float box_height = 0.0f;
+};
+
+// Where the stages' console lines go, and the clock the RANSAC stages seed
+// their generators from. The defaults are the station's behaviour (standard
+// output, standard error, current time in seconds); tests and the command-line
+// tool replace them.
+struct MeasurementSeams {
+  std::ostream* log;
+  std::ostream* error_log;
+  std::function<std::time_t()> seed_clock;
+
+  MeasurementSeams();
+};
+
+struct MeasurementState {
+  // Size of the depth frame in pixels.
+  int width = 640;
+  int height = 480;
+
+  // Centre window, half-open ranges, set anew by the driver for every frame;
+  // constructed empty.
+  int center_row_begin = 1000;
+  int center_row_end = 0;
+  int center_col_begin = 1000;
+  int center_col_end = 0;
+
+  // |d depth/dx| + |d depth/dy| of the frame, 16-bit signed.
+  cv::Mat edge_image;
+
+  std::vector<std::uint16_t> depth;  // row-major, width * height samples
+  std::vector<cv::Point3f> cloud;    // one point per pixel, row-major
+
+  // Selected sample pixels, stored transposed: x = row, y = column.
+  std::vector<cv::Point> selected_pixels;
+  std::vector<cv::Point3f> selected_points;  // index-parallel to selected_pixels
+
+  // Outer contour of the top face in the quarter-resolution mask
+  // (x = column / 4, y = row / 4), in the contour tracer's order.
+  std::vector<cv::Point> top_rect_contour_points;
+
+  BoxDimensions dimensions;
+
+  PlaneEquation plane;
+  PlaneEquation last_ransac_equation;
+  // Mean absolute inlier distance (mm) of the last accepted RANSAC candidate.
+  // Carries over between frames and scales the plane stage's thresholds.
+  float plane_mean_distance = 0.0f;
+
+  CameraIntrinsics intrinsics;
+
+  // The frame's picture (8-bit BGR) on which the result is drawn.
+  cv::Mat result_image;
+
+  // selected_pixels as they were when the plane stage succeeded (x = row).
+  std::vector<cv::Point> top_plane_pixels;
+
+  // Frame preparation's reusable buffers (see frame_preparation.h).
+  std::vector<std::uint16_t> spike_input;
+  std::vector<std::uint16_t> spike_filtered;
+
+  MeasurementSeams seams;
+};
+
+// Where a stage writes its console lines.
+inline std::ostream& stage_log(const MeasurementState& state) { return *state.seams.log; }
+
+// Sets the size of the frames that follow. The plane and its statistics carry
+// over regardless: a camera that switches resolution still looks at the same
+// box. Throws std::invalid_argument unless both sides are positive.
+void set_frame_size(MeasurementState& state, int width, int height);
+
+}  // namespace boxdim

@@ -1,0 +1,39 @@
+#include "measure/pipeline.h"
+
+#include "measure/plane_fitting.h"
+#include "measure/point_cloud.h"
+#include "measure/point_selection.h"
+
+namespace boxdim {
+
+namespace {
+
+constexpr int kCenterHalfSize = 15;
+constexpr int kPlanePasses = 5;
+
+void set_center_window(MeasurementState& state) {
+  state.center_row_begin = state.height / 2 - kCenterHalfSize;
+  state.center_row_end = state.height / 2 + kCenterHalfSize;
+  state.center_col_begin = state.width / 2 - kCenterHalfSize;
+  state.center_col_end = state.width / 2 + kCenterHalfSize;
+}
+
+MeasurementOutcome failed_at(const char* stage) { return {false, stage}; }
+
+}  // namespace
+
+MeasurementOutcome run_measurement(MeasurementState& state) {
+  build_point_cloud(state);
+  set_center_window(state);
+  if (!select_points_by_center(state)) return failed_at("select_points_by_center");
+  if (!fit_top_plane(state, kPlanePasses)) return failed_at("fit_top_plane");
+  // The footprint stage is not built yet: every frame ends here as failed,
+  // silently, as a stage that found nothing would.
+  return failed_at("compute_length_width");
+}
+
+void measure_frame(MeasurementState& state, cv::Mat& output) {
+  if (run_measurement(state).ok) output = state.result_image.clone();
+}
+
+}  // namespace boxdim

@@ -1,0 +1,138 @@
+#include "measure/top_face.h"
+
+#include <gtest/gtest.h>
+
+#include <opencv2/imgproc.hpp>
+
+namespace boxdim {
+namespace {
+
+// Selects the grid sample of every non-zero cell of a 120 x 160 cell image,
+// the way select_points_by_plane would (x = row, y = column). Each point
+// remembers its cell so the filtering can be checked.
+void select_cells(MeasurementState& state, const cv::Mat& cells) {
+  state.selected_pixels.clear();
+  state.selected_points.clear();
+  for (int r = 0; r < cells.rows; ++r) {
+    for (int c = 0; c < cells.cols; ++c) {
+      if (cells.at<std::uint8_t>(r, c) == 0) continue;
+      state.selected_pixels.emplace_back(4 * r, 4 * c);
+      state.selected_points.emplace_back(static_cast<float>(c), static_cast<float>(r), 800.0f);
+    }
+  }
+}
+
+cv::Mat empty_cells() { return cv::Mat::zeros(120, 160, CV_8UC1); }
+
+void fill(cv::Mat& cells, cv::Rect rect) { cells(rect).setTo(255); }
+
+// Cells of `rect` not on its border: those strictly inside its outline.
+std::size_t interior_cells(cv::Rect rect) {
+  return static_cast<std::size_t>(rect.width - 2) * (rect.height - 2);
+}
+
+// The centre cell of a 640 x 480 frame is column 80, row 60.
+const cv::Rect kFaceAroundCentre(50, 40, 70, 36);  // x = column, y = row
+
+TEST(ExtractTopFace, KeepsTheOutlineAroundTheCentreAndThePointsStrictlyInside) {
+  MeasurementState state;
+  cv::Mat cells = empty_cells();
+  fill(cells, kFaceAroundCentre);
+  select_cells(state, cells);
+  extract_top_face(state);
+
+  ASSERT_FALSE(state.top_rect_contour_points.empty());
+  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), kFaceAroundCentre);
+  ASSERT_EQ(state.selected_pixels.size(), interior_cells(kFaceAroundCentre));
+  ASSERT_EQ(state.selected_points.size(), state.selected_pixels.size());
+  // Order and pairing survive the filter; x stays the row.
+  EXPECT_EQ(state.selected_pixels.front(), cv::Point(4 * 41, 4 * 51));
+  EXPECT_EQ(state.selected_points.front(), cv::Point3f(51.0f, 41.0f, 800.0f));
+  EXPECT_EQ(state.selected_pixels.back(), cv::Point(4 * 74, 4 * 118));
+}
+
+TEST(ExtractTopFace, KeepsOnlyTheBlobAroundTheCentreWhateverTheSizes) {
+  MeasurementState state;
+  cv::Mat cells = empty_cells();
+  fill(cells, {0, 0, 160, 30});  // larger, away from the centre
+  fill(cells, kFaceAroundCentre);
+  select_cells(state, cells);
+  extract_top_face(state);
+  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), kFaceAroundCentre);
+  EXPECT_EQ(state.selected_pixels.size(), interior_cells(kFaceAroundCentre));
+}
+
+TEST(ExtractTopFace, OpeningCutsOneCellWideBridges) {
+  MeasurementState state;
+  cv::Mat cells = empty_cells();
+  fill(cells, kFaceAroundCentre);
+  fill(cells, {130, 40, 20, 36});
+  fill(cells, {120, 55, 10, 1});  // bridge from the face to the other blob
+  select_cells(state, cells);
+  extract_top_face(state);
+  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), kFaceAroundCentre);
+}
+
+TEST(ExtractTopFace, OpeningRemovesSpecklesAndClosingFillsPinholes) {
+  MeasurementState state;
+  cv::Mat cells = empty_cells();
+  fill(cells, kFaceAroundCentre);
+  cells.at<std::uint8_t>(60, 60) = 0;    // a missing sample inside the face
+  cells.at<std::uint8_t>(10, 10) = 255;  // a stray sample far away
+  select_cells(state, cells);
+  extract_top_face(state);
+  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), kFaceAroundCentre);
+  EXPECT_EQ(state.selected_pixels.size(), interior_cells(kFaceAroundCentre) - 1);
+}
+
+TEST(ExtractTopFace, AFaceTouchingTheBorderStillHasOneOutlineWhoseCellsAreDropped) {
+  MeasurementState state;
+  cv::Mat cells = empty_cells();
+  const cv::Rect face(20, 0, 120, 120);  // every row, top to bottom
+  fill(cells, face);
+  select_cells(state, cells);
+  extract_top_face(state);
+  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), face);
+  EXPECT_EQ(state.selected_pixels.size(), interior_cells(face));
+}
+
+struct EmptyCase {
+  const char* name;
+  cv::Rect face;
+};
+
+class NoFaceTest : public ::testing::TestWithParam<EmptyCase> {};
+
+TEST_P(NoFaceTest, LeavesContourAndSelectionEmpty) {
+  MeasurementState state;
+  cv::Mat cells = empty_cells();
+  if (!GetParam().face.empty()) fill(cells, GetParam().face);
+  select_cells(state, cells);
+  extract_top_face(state);
+  EXPECT_TRUE(state.top_rect_contour_points.empty());
+  EXPECT_TRUE(state.selected_pixels.empty());
+  EXPECT_TRUE(state.selected_points.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, NoFaceTest,
+                         ::testing::Values(EmptyCase{"nothing_selected", {}},
+                                           EmptyCase{"face_beside_the_centre", {90, 40, 40, 40}},
+                                           // The outline's left edge runs through the centre cell.
+                                           EmptyCase{"centre_on_the_outline", {80, 40, 40, 40}},
+                                           EmptyCase{"single_cell_line_through_centre",
+                                                     {0, 60, 160, 1}}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(ExtractTopFace, TinyFramesWithoutMaskCellsSelectNothing) {
+  MeasurementState state;
+  state.width = 3;
+  state.height = 3;
+  state.selected_pixels = {{0, 0}};
+  state.selected_points = {{0.0f, 0.0f, 800.0f}};
+  extract_top_face(state);
+  EXPECT_TRUE(state.selected_pixels.empty());
+  EXPECT_TRUE(state.top_rect_contour_points.empty());
+}
+
+}  // namespace
+}  // namespace boxdim
