@@ -1,0 +1,80 @@
+// Synthetic time-of-flight depth frames of one cuboid box on a floor, seen
+// from above by a pinhole camera, with the ground truth to judge a
+// measurement against. Tests, benchmarks, the command-line tool and the
+// virtual camera all draw their frames from here.
+#pragma once
+
+#include "measure/measurement_state.h"
+
+#include <opencv2/core.hpp>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace boxdim {
+
+// Time-of-flight artefacts; all zero gives a clean frame.
+struct DepthNoise {
+  // Standard deviation of the Gaussian range noise at 1 m, in mm; it grows
+  // linearly with the distance.
+  float sigma_at_1m_mm = 0.0f;
+  // Probability that a pixel on a depth edge becomes a "flying" pixel, a mix
+  // of the two surfaces it straddles.
+  float flying_pixel_probability = 0.0f;
+  // Probability that any pixel reads 0 (no return).
+  float dropout_probability = 0.0f;
+};
+
+// The scene: a level floor, a box standing on it, a camera above it.
+//
+// Frames: the camera sits camera_height_mm above the floor. Untilted, it looks
+// straight down, image columns and rows running along the floor. tilt_deg
+// turns it about its own x axis (positive tilts the optical axis towards
+// increasing image rows), roll_deg about its own y axis (positive towards
+// increasing columns). The box is placed so that the optical axis passes
+// through the centre of its top face, then moved by offset_mm (along the
+// floor, in the directions of the untilted image's columns and rows) and
+// turned by yaw_deg about the vertical; at yaw 0 its length runs along the
+// image columns.
+struct SceneParameters {
+  float box_length_mm = 400.0f;
+  float box_width_mm = 300.0f;
+  float box_height_mm = 200.0f;
+  float camera_height_mm = 1000.0f;
+  float tilt_deg = 0.0f;
+  float roll_deg = 0.0f;
+  float yaw_deg = 0.0f;
+  cv::Point2f offset_mm{0.0f, 0.0f};
+  int image_width = 640;
+  int image_height = 480;
+  CameraIntrinsics intrinsics;
+  DepthNoise noise;
+  std::uint64_t seed = 1;
+};
+
+// What the frame shows, in the camera's coordinates (mm) and pixels.
+struct SceneGroundTruth {
+  BoxDimensions dimensions;  // box_length is the longer side
+  // Plane of the top face, unit normal pointing away from the camera (c > 0).
+  PlaneEquation top_plane;
+  // Top-face corners in camera coordinates and their image projections
+  // (x = column, y = row), in order around the face.
+  std::array<cv::Point3f, 4> top_corners_camera;
+  std::array<cv::Point2f, 4> top_corners_px;
+  // Depth (camera z, mm) at which the optical axis meets the top face's plane.
+  float top_face_depth_mm = 0.0f;
+};
+
+struct RenderedScene {
+  cv::Mat depth;  // CV_16UC1, image_height x image_width, millimetres, 0 = no return
+  SceneGroundTruth truth;
+};
+
+// Throws std::invalid_argument naming the offending parameter when the scene
+// cannot be rendered (non-positive sizes, a camera not above the box, ...).
+void validate_scene(const SceneParameters& scene);
+
+RenderedScene render_scene(const SceneParameters& scene);
+
+}  // namespace boxdim
