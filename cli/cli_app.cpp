@@ -1,0 +1,167 @@
+#include "cli/cli_app.h"
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+
+#include "cli/measure_command.h"
+#include "cli/simulate_command.h"
+
+namespace boxdim {
+
+namespace {
+
+constexpr int kExitUsage = 2;
+
+// A bad value of one option; the message names the option.
+class UsageError : public std::runtime_error {
+ public:
+  UsageError(const std::string& option, const std::string& reason)
+      : std::runtime_error(option + ": " + reason) {}
+};
+
+// "a<sep>b<sep>c" with exactly `count` finite numbers.
+std::vector<float> parse_numbers(const std::string& option, const std::string& text, char sep,
+                                 std::size_t count, const std::string& form) {
+  std::vector<float> values;
+  std::stringstream parts(text);
+  std::string part;
+  while (std::getline(parts, part, sep)) {
+    std::size_t used = 0;
+    float value = 0.0f;
+    try {
+      value = std::stof(part, &used);
+    } catch (const std::exception&) {
+      used = 0;
+    }
+    if (used == 0 || used != part.size() || !std::isfinite(value)) {
+      throw UsageError(option, "'" + text + "' is not of the form " + form);
+    }
+    values.push_back(value);
+  }
+  if (values.size() != count || (!text.empty() && text.back() == sep)) {
+    throw UsageError(option, "'" + text + "' is not of the form " + form);
+  }
+  return values;
+}
+
+CameraIntrinsics parse_intrinsics(const std::string& text) {
+  const auto v = parse_numbers("--intrinsics", text, ',', 4, "fx,fy,cx,cy");
+  if (v[0] <= 0.0f || v[1] <= 0.0f) {
+    throw UsageError("--intrinsics", "focal lengths must be positive");
+  }
+  return {v[0], v[1], v[2], v[3]};
+}
+
+struct MeasureArguments {
+  std::string size;
+  std::string intrinsics;
+  long long seed = 0;
+  MeasureOptions options;
+};
+
+struct SimulateArguments {
+  std::string box;
+  std::string offset;
+  SimulateOptions options;
+};
+
+void add_measure_command(CLI::App& app, MeasureArguments& args) {
+  CLI::App* cmd = app.add_subcommand("measure", "Measure the box in depth frame files");
+  cmd->add_option("--size", args.size, "Frame size WxH of raw files");
+  cmd->add_option("--intrinsics", args.intrinsics, "Camera intrinsics fx,fy,cx,cy in pixels");
+  cmd->add_option("--seed", args.seed, "Seed both random generators with N instead of the clock");
+  cmd->add_flag("--json", args.options.json, "One JSON object per file on standard output");
+  cmd->add_option("--annotate", args.options.annotate_dir,
+                  "Write each frame's picture as DIR/<file stem>.png");
+  cmd->add_option("FILE", args.options.files, "Depth frames: raw 16-bit, or 16-bit PNG/TIFF")
+      ->required();
+}
+
+void add_simulate_command(CLI::App& app, SimulateArguments& args) {
+  SceneParameters& scene = args.options.scene;
+  CLI::App* cmd = app.add_subcommand("simulate", "Render a synthetic box scene to a depth file");
+  cmd->add_option("--box", args.box, "Box size LxWxH in mm")->required();
+  cmd->add_option("--camera-height", scene.camera_height_mm, "Camera height above the floor, mm")
+      ->required();
+  cmd->add_option("--tilt", scene.tilt_deg, "Camera tilt about its x axis, degrees");
+  cmd->add_option("--roll", scene.roll_deg, "Camera roll about its y axis, degrees");
+  cmd->add_option("--yaw", scene.yaw_deg, "Box turn about the vertical, degrees");
+  cmd->add_option("--offset", args.offset, "Box offset DX,DY along the floor, mm");
+  cmd->add_option("--noise", scene.noise.sigma_at_1m_mm, "Range noise sigma at 1 m, mm");
+  cmd->add_option("--flying", scene.noise.flying_pixel_probability,
+                  "Probability of a flying pixel on a depth edge");
+  cmd->add_option("--dropout", scene.noise.dropout_probability,
+                  "Probability of a pixel without depth");
+  cmd->add_option("--seed", scene.seed, "Noise seed");
+  cmd->add_option("--out", args.options.out_path, "Raw depth file to write")->required();
+  cmd->add_option("--png", args.options.png_path, "8-bit preview picture to write");
+}
+
+MeasureOptions finish_measure(const CLI::App& app, MeasureArguments& args) {
+  const CLI::App* cmd = app.get_subcommand("measure");
+  MeasureOptions options = args.options;
+  if (cmd->count("--size") > 0) {
+    try {
+      options.size = parse_frame_size(args.size);
+    } catch (const std::invalid_argument& e) {
+      throw UsageError("--size", e.what());
+    }
+  }
+  if (cmd->count("--intrinsics") > 0) options.intrinsics = parse_intrinsics(args.intrinsics);
+  if (cmd->count("--seed") > 0) options.seed = static_cast<std::time_t>(args.seed);
+  return options;
+}
+
+SimulateOptions finish_simulate(const CLI::App& app, SimulateArguments& args) {
+  const CLI::App* cmd = app.get_subcommand("simulate");
+  SimulateOptions options = args.options;
+  const auto box = parse_numbers("--box", args.box, 'x', 3, "LxWxH");
+  options.scene.box_length_mm = box[0];
+  options.scene.box_width_mm = box[1];
+  options.scene.box_height_mm = box[2];
+  if (cmd->count("--offset") > 0) {
+    const auto offset = parse_numbers("--offset", args.offset, ',', 2, "DX,DY");
+    options.scene.offset_mm = {offset[0], offset[1]};
+  }
+  return options;
+}
+
+}  // namespace
+
+int run_cli(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  CLI::App app("Measures boxes in time-of-flight depth frames, and renders test scenes.",
+               "boxdim-cli");
+  app.require_subcommand(1);
+  MeasureArguments measure_args;
+  SimulateArguments simulate_args;
+  add_measure_command(app, measure_args);
+  add_simulate_command(app, simulate_args);
+
+  // CLI11 would only say that a subcommand is required; name the word it got.
+  const auto named = [&](CLI::App* sub) { return argc > 1 && sub->check_name(argv[1]); };
+  if (argc > 1 && argv[1][0] != '-' && app.get_subcommands(named).empty()) {
+    err << "boxdim-cli: unknown command '" << argv[1] << "' (commands: measure, simulate)\n";
+    return kExitUsage;
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    const int code = app.exit(e, out, err);
+    return code == 0 ? 0 : kExitUsage;
+  }
+
+  try {
+    if (app.got_subcommand("measure")) {
+      return run_measure(finish_measure(app, measure_args), out, err);
+    }
+    return run_simulate(finish_simulate(app, simulate_args), out, err);
+  } catch (const UsageError& e) {
+    err << "boxdim-cli: " << e.what() << '\n';
+    return kExitUsage;
+  }
+}
+
+}  // namespace boxdim

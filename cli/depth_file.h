@@ -1,0 +1,47 @@
+// Depth frames on disk: bare little-endian 16-bit samples as the station's
+// frame capture writes them, or 16-bit PNG/TIFF images.
+#pragma once
+
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace boxdim {
+
+struct FrameSize {
+  int width = 0;
+  int height = 0;
+};
+
+// Largest side accepted from a file or the command line, in pixels.
+constexpr int kMaxFrameSide = 8192;
+
+struct DepthFrame {
+  FrameSize size;
+  std::vector<std::uint16_t> samples;  // row-major, millimetres
+};
+
+// Why a file cannot be used; the message names the reason, not the file.
+class DepthFileError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// "640x480" -> {640, 480}; throws std::invalid_argument on anything else.
+FrameSize parse_frame_size(const std::string& text);
+
+// The size written into a capture file name, "..._640x480-depth_....raw".
+std::optional<FrameSize> size_from_capture_name(const std::string& path);
+
+// Reads a raw frame (size from `size`, else the capture name, else 640 x 480
+// for a file of exactly 614,400 bytes) or a 16-bit PNG/TIFF image. Throws
+// DepthFileError when the file is unreadable, truncated or of the wrong size.
+DepthFrame read_depth_file(const std::string& path, std::optional<FrameSize> size);
+
+// Writes a CV_16UC1 image as bare little-endian samples. Throws DepthFileError.
+void write_raw_depth(const std::string& path, const cv::Mat& depth);
+
+}  // namespace boxdim

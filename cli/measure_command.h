@@ -1,0 +1,29 @@
+// `boxdim-cli measure`: measures depth frame files as consecutive frames of
+// one camera.
+#pragma once
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "cli/depth_file.h"
+#include "measure/measurement_state.h"
+
+namespace boxdim {
+
+struct MeasureOptions {
+  std::optional<FrameSize> size;
+  std::optional<CameraIntrinsics> intrinsics;
+  std::optional<std::time_t> seed;  // replaces the clock of both RANSAC stages
+  bool json = false;
+  std::string annotate_dir;  // empty: no pictures
+  std::vector<std::string> files;
+};
+
+// Exit status: 0 every file measured, 1 some measurement failed, 2 some file
+// (or the annotation folder) could not be used; the other files are still
+// measured.
+int run_measure(const MeasureOptions& options, std::ostream& out, std::ostream& err);
+
+}  // namespace boxdim

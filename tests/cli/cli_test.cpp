@@ -1,0 +1,208 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <sstream>
+
+#include "cli/cli_app.h"
+#include "temp_dir.h"
+
+namespace boxdim {
+namespace {
+
+struct CliRun {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+CliRun run(std::vector<std::string> args) {
+  args.insert(args.begin(), "boxdim-cli");
+  std::vector<const char*> argv;
+  for (const std::string& a : args) argv.push_back(a.c_str());
+  std::ostringstream out;
+  std::ostringstream err;
+  const int status = run_cli(static_cast<int>(argv.size()), argv.data(), out, err);
+  return {status, out.str(), err.str()};
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+class CliTest : public ::testing::Test {
+ protected:
+  // Renders the standard box scene into `name` and returns its path.
+  std::string simulate(const std::string& name, std::vector<std::string> extra = {}) {
+    std::vector<std::string> args = {"simulate", "--box", "400x300x200", "--camera-height",
+                                     "1000",     "--out", dir.file(name)};
+    args.insert(args.end(), extra.begin(), extra.end());
+    const CliRun r = run(args);
+    EXPECT_EQ(r.status, 0) << r.err;
+    return dir.file(name);
+  }
+
+  testing::TempDir dir;
+};
+
+struct UsageCase {
+  const char* name;
+  std::vector<std::string> args;
+  const char* message;
+};
+
+class UsageTest : public CliTest, public ::testing::WithParamInterface<UsageCase> {};
+
+TEST_P(UsageTest, BadUsageExitsWithTwoAndSaysWhy) {
+  const CliRun r = run(GetParam().args);
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find(GetParam().message), std::string::npos) << r.err;
+  EXPECT_TRUE(r.out.empty()) << r.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Arguments, UsageTest,
+    ::testing::Values(
+        UsageCase{"no_subcommand", {}, "subcommand"},
+        UsageCase{"unknown_subcommand", {"weigh", "x.raw"}, "weigh"},
+        UsageCase{"no_files", {"measure", "--json"}, "FILE"},
+        UsageCase{"unknown_option", {"measure", "--colour", "x.raw"}, "--colour"},
+        UsageCase{"bad_size", {"measure", "--size", "640by480", "x.raw"}, "--size"},
+        UsageCase{"zero_size", {"measure", "--size", "0x480", "x.raw"}, "--size"},
+        UsageCase{"short_intrinsics",
+                  {"measure", "--intrinsics", "500,500,320", "x.raw"},
+                  "--intrinsics"},
+        UsageCase{"zero_focal",
+                  {"measure", "--intrinsics", "0,500,320,240", "x.raw"},
+                  "--intrinsics: focal lengths must be positive"},
+        UsageCase{"text_seed", {"measure", "--seed", "soon", "x.raw"}, "--seed"},
+        UsageCase{
+            "missing_box", {"simulate", "--camera-height", "1000", "--out", "x.raw"}, "--box"},
+        UsageCase{"two_sided_box",
+                  {"simulate", "--box", "400x300", "--camera-height", "1000", "--out", "x.raw"},
+                  "--box: '400x300' is not of the form LxWxH"},
+        UsageCase{"flat_box",
+                  {"simulate", "--box", "400x300x0", "--camera-height", "1000", "--out", "x.raw"},
+                  "height"},
+        UsageCase{"camera_in_box",
+                  {"simulate", "--box", "400x300x200", "--camera-height", "250", "--out", "x.raw"},
+                  "camera"},
+        UsageCase{"bad_offset",
+                  {"simulate", "--box", "4x3x2", "--camera-height", "1000", "--offset", "5",
+                   "--out", "x.raw"},
+                  "--offset"},
+        UsageCase{"probability_above_one",
+                  {"simulate", "--box", "400x300x200", "--camera-height", "1000", "--dropout",
+                   "1.5", "--out", "x.raw"},
+                  "dropout"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(CliTest, SimulateWritesAFullFrameAndPrintsTheGroundTruth) {
+  const CliRun r = run({"simulate", "--box", "300x400x200", "--camera-height", "1000", "--out",
+                        dir.file("s.raw"), "--png", dir.file("s.png")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(std::filesystem::file_size(dir.file("s.raw")), 614400u);
+  EXPECT_EQ(cv::imread(dir.file("s.png"), cv::IMREAD_UNCHANGED).type(), CV_8UC1);
+  const auto truth = nlohmann::json::parse(r.out);
+  EXPECT_EQ(truth["length_mm"], 400.0) << "the longer side is the length";
+  EXPECT_EQ(truth["width_mm"], 300.0);
+  EXPECT_EQ(truth["height_mm"], 200.0);
+  EXPECT_EQ(truth["corners_px"].size(), 4u);
+  EXPECT_NEAR(truth["top_plane"][3].get<double>(), -800.0, 1e-3);
+}
+
+TEST_F(CliTest, SimulateReportsAnUnwritableOutput) {
+  const CliRun r = run({"simulate", "--box", "400x300x200", "--camera-height", "1000", "--out",
+                        dir.file("missing/s.raw")});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("missing/s.raw: cannot be opened for writing"), std::string::npos) << r.err;
+}
+
+TEST_F(CliTest, JsonModeKeepsStandardOutputToOneObjectPerFile) {
+  const std::string frame = simulate("box.raw");
+  const CliRun r = run({"measure", "--json", "--seed", "1", frame});
+  EXPECT_EQ(r.status, 1) << "the footprint stage does not exist yet";
+  const auto lines = lines_of(r.out);
+  ASSERT_EQ(lines.size(), 1u) << r.out;
+  const auto result = nlohmann::json::parse(lines[0]);
+  std::vector<std::string> keys;
+  for (const auto& item : result.items()) keys.push_back(item.key());
+  EXPECT_EQ(keys, (std::vector<std::string>{"corners_px", "elapsed_ms", "failed_stage", "file",
+                                            "height_mm", "length_mm", "ok", "width_mm"}));
+  EXPECT_EQ(result["file"], frame);
+  EXPECT_EQ(result["ok"], false);
+  EXPECT_EQ(result["failed_stage"], "compute_length_width");
+  EXPECT_TRUE(result["length_mm"].is_null());
+  EXPECT_TRUE(result["corners_px"].is_null());
+  EXPECT_GT(result["elapsed_ms"].get<double>(), 0.0);
+  // The plane stage's own lines go to standard error.
+  for (const char* text : {"num_iterate: ", "last_ransac_equation :  ", "ransc times: "}) {
+    EXPECT_NE(r.err.find(text), std::string::npos) << text;
+  }
+}
+
+TEST_F(CliTest, AFixedSeedReproducesTheRunExactly) {
+  const std::string frame = simulate("noisy.raw", {"--noise", "3", "--seed", "5"});
+  const CliRun first = run({"measure", "--json", "--seed", "42", frame, frame});
+  const CliRun second = run({"measure", "--json", "--seed", "42", frame, frame});
+  EXPECT_EQ(first.err, second.err);
+  EXPECT_NE(first.err.find("last_ransac_equation"), std::string::npos);
+}
+
+TEST_F(CliTest, BadFilesAreReportedAndTheOthersStillMeasured) {
+  const std::string good = simulate("good.raw");
+  const std::string truncated = dir.file("1_640x480-depth_9.raw");
+  std::ofstream(truncated, std::ios::binary) << std::string(1000, '\0');
+  const std::string missing = dir.file("gone.raw");
+
+  const CliRun r = run({"measure", "--json", "--seed", "1", truncated, good, missing});
+  EXPECT_EQ(r.status, 2);
+  const auto lines = lines_of(r.out);
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(nlohmann::json::parse(lines[0])["file"], truncated);
+  EXPECT_NE(nlohmann::json::parse(lines[0])["error"].get<std::string>().find("truncated"),
+            std::string::npos);
+  EXPECT_EQ(nlohmann::json::parse(lines[1])["failed_stage"], "compute_length_width");
+  EXPECT_EQ(nlohmann::json::parse(lines[2])["error"], "no such file");
+  EXPECT_NE(r.err.find("boxdim-cli: " + truncated + ": truncated: 1000 bytes"), std::string::npos);
+  EXPECT_NE(r.err.find("boxdim-cli: " + missing + ": no such file\n"), std::string::npos);
+}
+
+TEST_F(CliTest, WithoutJsonTheLogAndASummaryLineGoToStandardOutput) {
+  const std::string blank = dir.file("blank.raw");
+  std::ofstream(blank, std::ios::binary) << std::string(614400, '\0');
+  const CliRun r = run({"measure", blank});
+  EXPECT_EQ(r.status, 1);
+  const auto lines = lines_of(r.out);
+  ASSERT_EQ(lines.size(), 2u) << r.out;
+  EXPECT_EQ(lines[0], "select_points_by_center select points less than 50;");
+  EXPECT_EQ(lines[1].rfind(blank + ": not measured (select_points_by_center failed)", 0), 0u)
+      << lines[1];
+}
+
+TEST_F(CliTest, AnnotateWritesEachFramesPictureNamedAfterTheFile) {
+  const std::string frame = simulate("scene-a.raw");
+  const CliRun r = run({"measure", "--json", "--annotate", dir.file("pictures"), frame});
+  EXPECT_EQ(r.status, 1);
+  const cv::Mat picture = cv::imread(dir.file("pictures/scene-a.png"));
+  ASSERT_FALSE(picture.empty());
+  EXPECT_EQ(picture.size(), cv::Size(640, 480));
+  EXPECT_EQ(picture.at<cv::Vec3b>(240, 320 + 12), cv::Vec3b(0, 255, 0)) << "centre marker";
+}
+
+TEST_F(CliTest, AnAnnotationFolderThatCannotBeMadeIsReportedButMeasuringGoesOn) {
+  const std::string frame = simulate("scene-b.raw");
+  std::ofstream(dir.file("occupied")) << "a file, not a folder";
+  const CliRun r = run({"measure", "--json", "--annotate", dir.file("occupied"), frame});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(lines_of(r.out).size(), 1u);
+  EXPECT_NE(r.err.find("cannot create the annotation folder"), std::string::npos) << r.err;
+}
+
+}  // namespace
+}  // namespace boxdim
