@@ -74,7 +74,32 @@ struct MeasurementState {
   // (x = column / 4, y = row / 4), in the contour tracer's order.
   std::vector<cv::Point> top_rect_contour_points;
 
+  // Footprint stage.
+  // Corners of the top face on the contour, in the order they were found.
+  std::vector<cv::Point> top_rect_corner_points;
+  // Corners from the lines fitted to the contour's sides, full resolution.
+  std::vector<cv::Point2f> coarse_corners;
+  // Final image corners of the top face, in order around the face.
+  std::vector<cv::Point2f> box_corners;
+  // The same corners on the top-face plane, camera coordinates (mm).
+  std::vector<cv::Point3f> corners_3d;
+  // 3-D length of side i, from corner i to corner (i + 1) mod 4 (mm).
+  std::vector<float> side_lengths;
+
   BoxDimensions dimensions;
+
+  // Height stage.
+  // a*x + b*y + c*z (without d) of each accepted floor point around the box,
+  // sorted ascending after the scan.
+  std::vector<float> dists;
+  // Pixel of each accepted floor point, stored transposed: x = row, y = column.
+  std::vector<cv::Point> dist_pixels;
+  // Image corners of the box's bottom as estimated from the temporary height.
+  std::vector<cv::Point2f> bottom_corners;
+
+  // Result overlay: the bottom corners from the final height.
+  std::vector<cv::Point3f> overlay_bottom_corners_3d;
+  std::vector<cv::Point2f> overlay_bottom_corners;
 
   PlaneEquation plane;
   PlaneEquation last_ransac_equation;
