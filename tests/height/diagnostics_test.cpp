@@ -1,0 +1,94 @@
+#include "height/diagnostics.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "cli/temp_dir.h"
+#include "support/test_frames.h"
+
+namespace boxdim {
+namespace {
+
+class DiagnosticsTest : public ::testing::Test {
+ protected:
+  void SetUp() override { testing::capture_state(state, log, errors); }
+
+  MeasurementState state;
+  std::ostringstream log, errors;
+};
+
+TEST_F(DiagnosticsTest, TrimmingKeepsTheFirstStepEntriesWhereverTheGapIs) {
+  // A spacing of 100 puts a gap of more than 50 mm at every step.
+  struct {
+    int count;
+    float spacing;
+    std::size_t kept;
+  } cases[] = {{100, 1, 100}, {100, 100, 100}, {101, 1, 1},
+               {101, 100, 1}, {250, 1, 2},     {1000, 100, 10}};
+  for (const auto& c : cases) {
+    std::vector<float> dists;
+    for (int i = 0; i < c.count; ++i) dists.push_back(c.spacing * i);
+    const std::vector<float> before = dists;
+    EXPECT_TRUE(trim_dists(state, dists));
+    EXPECT_EQ(dists, std::vector<float>(before.begin(), before.begin() + c.kept)) << c.count;
+  }
+}
+
+// save_dists writes into the working directory: run it in a scratch one.
+class SaveDistsTest : public DiagnosticsTest {
+ protected:
+  void SetUp() override {
+    DiagnosticsTest::SetUp();
+    std::filesystem::current_path(dir.path());
+  }
+  void TearDown() override { std::filesystem::current_path(previous); }
+
+  std::filesystem::path previous = std::filesystem::current_path();
+  testing::TempDir dir;
+};
+
+TEST_F(SaveDistsTest, WritesDistancesBelowTheTopFaceAndTheGbkMessage) {
+  state.plane.d = -800.0f;
+  EXPECT_TRUE(save_dists(state, {1000.0f, 1000.25f, 1234.5678f}));
+  std::stringstream content;
+  content << std::ifstream("dists12.txt").rdbuf();
+  EXPECT_EQ(content.str(), "200\n200.25\n434.568\n");
+  // "数据已成功保存到dists.txt文件中。" in GBK.
+  EXPECT_EQ(log.str(),
+            "\xca\xfd\xbe\xdd\xd2\xd1\xb3\xc9\xb9\xa6\xb1\xa3\xb4\xe6\xb5\xbd"
+            "dists.txt\xce\xc4\xbc\xfe\xd6\xd0\xa1\xa3\n");
+  EXPECT_EQ(errors.str(), "");
+}
+
+TEST_F(SaveDistsTest, UnwritableFileIsReportedInGbkAndStillTrue) {
+  std::filesystem::create_directory("dists12.txt");
+  EXPECT_TRUE(save_dists(state, {1.0f}));
+  // "无法打开文件！" in GBK.
+  EXPECT_EQ(errors.str(), "\xce\xde\xb7\xa8\xb4\xf2\xbf\xaa\xce\xc4\xbc\xfe\xa3\xa1\n");
+  EXPECT_EQ(log.str(), "");
+}
+
+TEST_F(DiagnosticsTest, HistogramIsAPolylineOverTenNormalisedBins) {
+  // Range 0..100 in bins of 10: one value in bin 0, fifty in bin 4; the
+  // maximum itself lies outside the half-open range.
+  std::vector<float> dists(50, 45.0f);
+  dists.insert(dists.begin(), 0.0f);
+  dists.push_back(100.0f);
+  const cv::Mat image = depth_histogram_image(dists);
+  ASSERT_EQ(image.size(), cv::Size(512, 400));
+  const cv::Vec3b red(0, 0, 255);
+  EXPECT_EQ(image.at<cv::Vec3b>(1, 204), red) << "bin 4, the tallest, reaches the top";
+  EXPECT_EQ(image.at<cv::Vec3b>(392, 0), red) << "bin 0 holds 1/50 of the peak: 8 rows";
+  EXPECT_EQ(image.at<cv::Vec3b>(200, 100), cv::Vec3b(255, 255, 255));
+  EXPECT_EQ(cv::countNonZero(image.colRange(462, 512).reshape(1, 0) != 255), 0)
+      << "the polyline ends at the ninth bin, 9 x 51 px";
+
+  EXPECT_TRUE(depth_histogram_image({}).empty());
+  show_depth_histogram(state, {});  // must not reach the empty list's ends
+}
+
+}  // namespace
+}  // namespace boxdim

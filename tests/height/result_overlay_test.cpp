@@ -1,0 +1,80 @@
+#include "height/result_overlay.h"
+
+#include <gtest/gtest.h>
+
+#include <opencv2/imgproc.hpp>
+
+#include "support/test_frames.h"
+
+namespace boxdim {
+namespace {
+
+const cv::Vec3b kBlue(255, 0, 0), kGreen(0, 255, 0), kRed(0, 0, 255);
+
+// A 240 x 180 px top face 800 mm in front of the camera, facing it.
+class OverlayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    state.result_image = cv::Mat(480, 640, CV_8UC3, cv::Scalar::all(0));
+    state.box_corners = {{200, 150}, {440, 150}, {440, 330}, {200, 330}};
+    const CameraIntrinsics& k = state.intrinsics;
+    for (const cv::Point2f& p : state.box_corners) {
+      state.corners_3d.emplace_back((p.x - k.cx) / k.fx * 800, (p.y - k.cy) / k.fy * 800, 800);
+    }
+    state.plane = {0, 0, 1, -800};
+  }
+  cv::Vec3b at(const cv::Point2f& p) const {
+    return state.result_image.at<cv::Vec3b>(cv::Point(p));
+  }
+
+  MeasurementState state;
+};
+
+TEST_F(OverlayTest, WireFrameColoursAndBottomCorners) {
+  const cv::Point2f centre(state.intrinsics.cx, state.intrinsics.cy);
+  for (float height : {0.0f, 200.0f}) {
+    state.result_image.setTo(0);
+    state.dimensions.box_height = height;
+    draw_measurement_result(state);
+    ASSERT_EQ(state.overlay_bottom_corners.size(), 4u);
+    // Further away by `height`, the outline shrinks towards the image centre.
+    const float scale = 800 / (800 + height);
+    for (int i = 0; i < 4; ++i) {
+      const cv::Point2f top = state.box_corners[i], next = state.box_corners[(i + 1) % 4];
+      const cv::Point2f bottom = centre + (top - centre) * scale;
+      const cv::Point2f bottom_next = centre + (next - centre) * scale;
+      EXPECT_NEAR(cv::norm(state.overlay_bottom_corners[i] - bottom), 0.0, 1e-3);
+      EXPECT_NEAR(state.overlay_bottom_corners_3d[i].z, 800 + height, 1e-3);
+      EXPECT_EQ(at((top + next) * 0.5f), kGreen) << "drawn over the blue at height 0";
+      EXPECT_EQ(at((bottom + top) * 0.5f), kRed) << "vertical edges, a point at height 0";
+      EXPECT_EQ(at((bottom + bottom_next) * 0.5f), height > 0 ? kBlue : kGreen);
+    }
+  }
+}
+
+TEST_F(OverlayTest, DimensionsTruncatedAndPlacedByThirds) {
+  struct {
+    int width;
+    BoxDimensions dims;
+    const char* texts[3];
+  } cases[] = {{640, {412.7f, 300.0f, 49.9f}, {"L: 412mm", "W: 300mm", "H: 49mm"}},
+               // 641 tells 2 * width / 3 (427) from 2 * (width / 3) (426).
+               {641, {400.0f, 299.99f, -0.6f}, {"L: 400mm", "W: 299mm", "H: 0mm"}}};
+  for (const auto& c : cases) {
+    state.result_image.setTo(0);
+    state.width = c.width;
+    state.dimensions = c.dims;
+    draw_measurement_result(state);
+    cv::Mat expected(480, 640, CV_8UC3, cv::Scalar::all(0));
+    const int xs[3] = {25, c.width / 3 + 25, 2 * c.width / 3 + 25};
+    for (int i = 0; i < 3; ++i) {
+      cv::putText(expected, c.texts[i], {xs[i], 25}, cv::FONT_HERSHEY_SIMPLEX, 0.6,
+                  cv::Scalar(0, 0, 255), 1, cv::LINE_8);
+    }
+    const cv::Rect band(0, 0, 640, 40);  // the wire frame stays below it
+    EXPECT_EQ(cv::norm(state.result_image(band), expected(band), cv::NORM_INF), 0.0) << c.texts[0];
+  }
+}
+
+}  // namespace
+}  // namespace boxdim
