@@ -22,6 +22,7 @@ constexpr int kExitBadInput = 2;
 struct FileResult {
   MeasurementOutcome outcome;
   BoxDimensions dimensions;
+  std::vector<cv::Point2f> corners;  // the top face's image corners
   double elapsed_ms = 0.0;
   cv::Mat shown;  // the picture the station would show for this frame
 };
@@ -36,6 +37,7 @@ FileResult measure_file(MeasurementState& state, const DepthFrame& frame) {
   result.elapsed_ms =
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
   result.dimensions = state.dimensions;
+  result.corners = state.box_corners;
   return result;
 }
 
@@ -55,6 +57,12 @@ nlohmann::json json_line(const std::string& file, const FileResult* result,
                              ? nlohmann::json(result->outcome.failed_stage)
                              : nlohmann::json(nullptr);
   line["corners_px"] = nullptr;
+  if (measured) {
+    line["corners_px"] = nlohmann::json::array();
+    for (const cv::Point2f& c : result->corners) {
+      line["corners_px"].push_back({json_number(c.x), json_number(c.y)});
+    }
+  }
   // Microseconds are all the resolution a timing needs.
   line["elapsed_ms"] = result ? std::round(result->elapsed_ms * 1000.0) / 1000.0 : 0.0;
   if (!error.empty()) line["error"] = error;

@@ -1,5 +1,8 @@
 #include "measure/pipeline.h"
 
+#include "footprint/length_width.h"
+#include "height/box_height.h"
+#include "height/result_overlay.h"
 #include "measure/plane_fitting.h"
 #include "measure/point_cloud.h"
 #include "measure/point_selection.h"
@@ -27,9 +30,10 @@ MeasurementOutcome run_measurement(MeasurementState& state) {
   set_center_window(state);
   if (!select_points_by_center(state)) return failed_at("select_points_by_center");
   if (!fit_top_plane(state, kPlanePasses)) return failed_at("fit_top_plane");
-  // The footprint stage is not built yet: every frame ends here as failed,
-  // silently, as a stage that found nothing would.
-  return failed_at("compute_length_width");
+  if (!compute_length_width(state)) return failed_at("compute_length_width");
+  if (!estimate_box_height(state)) return failed_at("estimate_box_height");
+  draw_measurement_result(state);
+  return {true, nullptr};
 }
 
 void measure_frame(MeasurementState& state, cv::Mat& output) {
