@@ -4,13 +4,12 @@
 // virtual camera all draw their frames from here.
 #pragma once
 
-#include "measure/measurement_state.h"
-
-#include <opencv2/core.hpp>
-
 #include <array>
 #include <cstdint>
+#include <opencv2/core.hpp>
 #include <string>
+
+#include "measure/measurement_state.h"
 
 namespace boxdim {
 

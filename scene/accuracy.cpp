@@ -1,0 +1,147 @@
+#include "scene/accuracy.h"
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <sstream>
+
+#include "measure/frame_preparation.h"
+#include "measure/pipeline.h"
+
+namespace boxdim {
+
+namespace {
+
+constexpr float kFrameMarginPx = 20.0f;
+constexpr int kMaxDrawsPerScene = 100;
+
+cv::Point2f project(const cv::Point3f& p, const CameraIntrinsics& k) {
+  return {p.x / p.z * k.fx + k.cx, p.y / p.z * k.fy + k.cy};
+}
+
+bool inside_frame(const cv::Point2f& p, const SceneParameters& scene) {
+  return p.x >= kFrameMarginPx && p.y >= kFrameMarginPx &&
+         p.x <= scene.image_width - 1 - kFrameMarginPx &&
+         p.y <= scene.image_height - 1 - kFrameMarginPx;
+}
+
+// The top corners and, one box height further along the top face's normal,
+// the bottom corners all project into the frame.
+bool box_in_frame(const SceneParameters& scene) {
+  const SceneGroundTruth truth = render_scene(scene).truth;
+  const PlaneEquation& n = truth.top_plane;
+  for (const cv::Point3f& top : truth.top_corners_camera) {
+    const cv::Point3f bottom = top + scene.box_height_mm * cv::Point3f(n.a, n.b, n.c);
+    if (!inside_frame(project(top, scene.intrinsics), scene) ||
+        !inside_frame(project(bottom, scene.intrinsics), scene)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+SceneParameters draw_scene(const SceneFamily& family, std::mt19937_64& rng) {
+  const auto uniform = [&](float lo, float hi) {
+    return std::uniform_real_distribution<float>(lo, hi)(rng);
+  };
+  SceneParameters scene;
+  scene.box_length_mm = uniform(150.0f, 600.0f);
+  scene.box_width_mm = uniform(std::max(80.0f, 0.4f * scene.box_length_mm), scene.box_length_mm);
+  scene.box_height_mm = uniform(60.0f, 400.0f);
+  scene.camera_height_mm = uniform(800.0f, 1800.0f);
+  scene.yaw_deg = uniform(0.0f, 90.0f);
+  if (family.tilted) {
+    // Either way: the side face the camera sees lies at the top or the bottom
+    // of the image, and the height stage treats the two differently.
+    const float sign = std::bernoulli_distribution(0.5)(rng) ? 1.0f : -1.0f;
+    scene.tilt_deg = sign * uniform(2.0f, 20.0f);
+    scene.roll_deg = uniform(-5.0f, 5.0f);
+  }
+  if (family.noisy) scene.noise = {2.0f, 0.2f, 0.005f};
+  scene.seed = rng();
+  return scene;
+}
+
+std::string last_line(const std::string& text) {
+  const std::size_t end = text.find_last_not_of("\n ");
+  if (end == std::string::npos) return "";
+  const std::size_t start = text.rfind('\n', end);
+  return text.substr(start == std::string::npos ? 0 : start + 1, end + 1 - (start + 1));
+}
+
+ErrorStatistics error_statistics(std::vector<double> errors) {
+  if (errors.empty()) return {};
+  std::sort(errors.begin(), errors.end());
+  const auto at = [&](double q) {
+    return errors[static_cast<std::size_t>(std::ceil(q * errors.size())) - 1];
+  };
+  return {at(0.5), at(0.95)};
+}
+
+}  // namespace
+
+std::vector<SceneFamily> accuracy_families() {
+  return {{"top-down, clean", false, false},
+          {"top-down, ToF noise", false, true},
+          {"tilted 2-20 deg, clean", true, false},
+          {"tilted 2-20 deg, ToF noise", true, true}};
+}
+
+std::vector<SceneParameters> sample_family(const SceneFamily& family, int count,
+                                           std::uint64_t seed) {
+  std::mt19937_64 rng(seed);
+  std::vector<SceneParameters> scenes;
+  for (int draws = 0; static_cast<int>(scenes.size()) < count && draws < count * kMaxDrawsPerScene;
+       ++draws) {
+    SceneParameters scene = draw_scene(family, rng);
+    if (box_in_frame(scene)) scenes.push_back(scene);
+  }
+  return scenes;
+}
+
+SceneMeasurement measure_scene(const SceneParameters& scene, std::time_t ransac_seed) {
+  SceneMeasurement result;
+  result.scene = scene;
+  const RenderedScene rendered = render_scene(scene);
+  result.truth = rendered.truth;
+
+  std::ostringstream log;
+  MeasurementState state;
+  state.seams.log = &log;
+  state.seams.error_log = &log;
+  state.seams.seed_clock = [ransac_seed] { return ransac_seed; };
+  state.intrinsics = scene.intrinsics;
+  set_frame_size(state, rendered.depth.cols, rendered.depth.rows);
+  cv::Mat shown;
+  prepare_frame(state, rendered.depth.ptr<std::uint16_t>(), shown);
+  const MeasurementOutcome outcome = run_measurement(state);
+  result.ok = outcome.ok;
+  if (!outcome.ok) {
+    result.failed_stage = outcome.failed_stage;
+    result.reason = last_line(log.str());
+  }
+  result.measured = state.dimensions;
+  return result;
+}
+
+FamilyStatistics summarise(const std::vector<SceneMeasurement>& measurements) {
+  FamilyStatistics stats;
+  std::vector<double> length, width, height;
+  for (const SceneMeasurement& m : measurements) {
+    ++stats.scenes;
+    if (!m.ok) {
+      ++stats.failures[m.failed_stage + ": " + m.reason];
+      continue;
+    }
+    ++stats.measured;
+    length.push_back(std::abs(m.measured.box_length - m.truth.dimensions.box_length));
+    width.push_back(std::abs(m.measured.box_width - m.truth.dimensions.box_width));
+    height.push_back(std::abs(m.measured.box_height - m.truth.dimensions.box_height));
+  }
+  stats.length = error_statistics(length);
+  stats.width = error_statistics(width);
+  stats.height = error_statistics(height);
+  return stats;
+}
+
+}  // namespace boxdim

@@ -1,0 +1,67 @@
+// Measures rendered scenes against their ground truth: families of scenes
+// sampled over the range a station sees, the pipeline run on each, and the
+// error statistics per family. Tests assert on these; the accuracy report
+// prints them.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "scene/depth_scene.h"
+
+namespace boxdim {
+
+struct SceneFamily {
+  std::string name;
+  // Camera tilted 2-20 degrees either way and rolled up to 5; else looking
+  // straight down.
+  bool tilted = false;
+  bool noisy = false;  // time-of-flight noise, flying pixels and dropouts
+};
+
+// The four families: top-down and tilted, each clean and noisy.
+std::vector<SceneFamily> accuracy_families();
+
+// `count` scenes of the family, drawn reproducibly from `seed`: boxes 150-600
+// mm long, at least 80 mm and 40 % of the length wide, 60-400 mm high, under
+// a camera 0.8-1.8 m above the floor, turned 0-90 degrees. Only scenes whose
+// box lies wholly in the frame (20 px margin) are kept, as an operator would
+// place it.
+std::vector<SceneParameters> sample_family(const SceneFamily& family, int count,
+                                           std::uint64_t seed);
+
+struct SceneMeasurement {
+  SceneParameters scene;
+  SceneGroundTruth truth;
+  bool ok = false;
+  std::string failed_stage;  // empty when ok
+  std::string reason;        // the failing stage's last log line
+  BoxDimensions measured;
+};
+
+// Renders the scene and measures it as the first frame of a fresh camera, the
+// random sampling seeded with `ransac_seed`. The pipeline's log is kept only
+// for the reason of a failure.
+SceneMeasurement measure_scene(const SceneParameters& scene, std::time_t ransac_seed);
+
+struct ErrorStatistics {
+  double median_mm = 0.0;
+  double p95_mm = 0.0;  // 95th percentile of the absolute error
+};
+
+struct FamilyStatistics {
+  int scenes = 0;
+  int measured = 0;
+  ErrorStatistics length, width, height;  // over the measured scenes
+  // "stage: reason" -> number of scenes.
+  std::map<std::string, int> failures;
+
+  double success_rate() const { return scenes == 0 ? 0.0 : double(measured) / scenes; }
+};
+
+FamilyStatistics summarise(const std::vector<SceneMeasurement>& measurements);
+
+}  // namespace boxdim
