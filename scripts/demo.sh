@@ -16,12 +16,6 @@ echo "== A 400 x 300 x 200 mm box, 1 m below the camera, with sensor noise =="
   --out "$out/box.raw" --png "$out/box-depth.png"
 echo
 echo "== Measured by boxdim-cli =="
-status=0
-"$cli" measure --seed 1 --annotate "$out/measured" "$out/box.raw" || status=$?
+"$cli" measure --seed 1 --annotate "$out/measured" "$out/box.raw"
 echo
 echo "Pictures: $out/box-depth.png (depth), $out/measured/box.png (as the station shows it)"
-if [ "$status" -eq 1 ]; then
-  echo "The top face was found; the length/width and height stages are not built yet."
-  status=0
-fi
-exit "$status"
