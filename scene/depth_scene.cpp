@@ -127,23 +127,29 @@ double box_hit(const Eigen::Vector3d& origin, const Eigen::Vector3d& direction,
 }
 
 // Camera-frame rays have z = 1, so the ray parameter of a hit is its depth.
-// 0 marks a ray that hits nothing within the 16-bit range.
-cv::Mat1d render_clean_depth(const SceneParameters& scene, const SceneGeometry& g) {
+// 0 marks a ray that hits nothing within the 16-bit range. `surfaces` gets
+// what each ray hit.
+cv::Mat1d render_clean_depth(const SceneParameters& scene, const SceneGeometry& g,
+                             cv::Mat1b& surfaces) {
   const CameraIntrinsics& k = scene.intrinsics;
   const Eigen::Matrix3d camera_to_box = g.level_to_box * g.camera_to_level;
   const Eigen::Vector3d camera_in_box = -(g.level_to_box * g.box_centre);
 
   cv::Mat1d depth(scene.image_height, scene.image_width);
+  surfaces.create(scene.image_height, scene.image_width);
   for (int v = 0; v < depth.rows; ++v) {
     double* row = depth[v];
+    std::uint8_t* surface = surfaces[v];
     const double y = (v - double{k.cy}) / k.fy;
     for (int u = 0; u < depth.cols; ++u) {
       const Eigen::Vector3d ray((u - double{k.cx}) / k.fx, y, 1.0);
       const double down = g.camera_to_level.row(2).dot(ray);
       const double floor_t = down > 0.0 ? g.camera_height / down : kNoHit;
-      const double t =
-          std::min(floor_t, box_hit(camera_in_box, camera_to_box * ray, g.half_extent));
-      row[u] = t <= kMaxDepthMm ? t : 0.0;
+      const double box_t = box_hit(camera_in_box, camera_to_box * ray, g.half_extent);
+      const double t = std::min(floor_t, box_t);
+      const bool hit = t <= kMaxDepthMm;
+      row[u] = hit ? t : 0.0;
+      surface[u] = !hit ? kNoSurface : (box_t < floor_t ? kBoxSurface : kFloorSurface);
     }
   }
   return depth;
@@ -278,7 +284,8 @@ RenderedScene render_scene(const SceneParameters& scene) {
   const DepthNoise& noise = scene.noise;
   std::mt19937_64 rng(scene.seed);
 
-  cv::Mat1d depth = render_clean_depth(scene, geometry);
+  cv::Mat1b surfaces;
+  cv::Mat1d depth = render_clean_depth(scene, geometry, surfaces);
   if (noise.flying_pixel_probability > 0.0f) {
     depth = add_flying_pixels(depth, noise.flying_pixel_probability, rng);
   }
@@ -286,7 +293,7 @@ RenderedScene render_scene(const SceneParameters& scene) {
   cv::Mat1w quantised = quantise(depth);
   if (noise.dropout_probability > 0.0f) add_dropout(quantised, noise.dropout_probability, rng);
 
-  return RenderedScene{quantised, ground_truth(scene, geometry)};
+  return RenderedScene{quantised, ground_truth(scene, geometry), surfaces};
 }
 
 }  // namespace boxdim

@@ -65,9 +65,13 @@ struct SceneGroundTruth {
   float top_face_depth_mm = 0.0f;
 };
 
+// What a pixel's ray hit, before any noise.
+enum SurfaceKind : std::uint8_t { kNoSurface = 0, kFloorSurface = 1, kBoxSurface = 2 };
+
 struct RenderedScene {
   cv::Mat depth;  // CV_16UC1, image_height x image_width, millimetres, 0 = no return
   SceneGroundTruth truth;
+  cv::Mat surfaces;  // CV_8UC1, a SurfaceKind per pixel: for colour and infrared pictures
 };
 
 // Throws std::invalid_argument naming the offending parameter when the scene
