@@ -31,16 +31,13 @@ Contour trace(const std::vector<cv::Point>& vertices) {
   return contour;
 }
 
-class CornerSearch : public ::testing::Test {
+class CornerSearch : public testing::StageTest {
  protected:
-  void SetUp() override { testing::capture_state(state_, log_, errors_); }
   bool run(const Contour& contour) {
-    state_.top_rect_contour_points = contour;
-    return find_top_rect_corners(state_, indices_);
+    state.top_rect_contour_points = contour;
+    return find_top_rect_corners(state, indices_);
   }
 
-  MeasurementState state_;
-  std::ostringstream log_, errors_;
   std::vector<int> indices_;
 };
 
@@ -48,7 +45,7 @@ class CornerSearch : public ::testing::Test {
 // the exact one: only comparing the rounded values keeps the first one met.
 TEST_F(CornerSearch, DiagonalPairKeepsAllFourCornersAndTheFirstOfTiedPairs) {
   ASSERT_TRUE(run(trace({{0, 0}, {6, 0}, {6, 3}, {0, 3}})));
-  EXPECT_EQ(log_.str(),
+  EXPECT_EQ(log.str(),
             "maxdistance : 6.7082     max_distance1:  9     max_distance2 : 9\n"
             "ratio1: 1.34164   ratio2:  1.34164\n"
             "allnum: 18  num1:  9  num2: 9\n"
@@ -57,7 +54,7 @@ TEST_F(CornerSearch, DiagonalPairKeepsAllFourCornersAndTheFirstOfTiedPairs) {
             "first :0  second:9  third: 6   fourth:15\n"
             "first :0  second:9  third: 6   fourth:15\n");
   EXPECT_EQ(indices_, (std::vector<int>{0, 6, 9, 15}));
-  EXPECT_EQ(state_.top_rect_corner_points, (Contour{{0, 0}, {6, 3}, {6, 0}, {0, 3}}));
+  EXPECT_EQ(state.top_rect_corner_points, (Contour{{0, 0}, {6, 3}, {6, 0}, {0, 3}}));
 }
 
 // A trapezoid whose longest chord is its base, so the first pair shares a
@@ -79,10 +76,10 @@ TEST_P(CornerSearchEdge, FindsTheTopCornersAndLogsInOrder) {
   std::rotate(contour.begin(), contour.begin() + c.rotation, contour.end());
   ASSERT_TRUE(run(contour));
   EXPECT_EQ(indices_, c.indices);
-  const std::string log = log_.str();
-  const std::size_t tail = log.find("num ratio: ");
-  ASSERT_NE(tail, std::string::npos) << log;
-  EXPECT_EQ(log.substr(tail), c.log_tail);
+  const std::string text = log.str();
+  const std::size_t tail = text.find("num ratio: ");
+  ASSERT_NE(tail, std::string::npos) << text;
+  EXPECT_EQ(text.substr(tail), c.log_tail);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -128,10 +125,10 @@ TEST_F(CornerSearch, ApexIsTheThirdAndEqualCandidatesFavourTheSecondChord) {
     contour.push_back(p);
   }
   ASSERT_TRUE(run(contour));
-  EXPECT_NE(log_.str().find("temp_dis1 : 4.4  temp_dis2:   4.4  temp_idx1: 29 temp_idx2: 25\n"
-                            "first :0  second:24  third: 27   fourth:25\n"),
+  EXPECT_NE(log.str().find("temp_dis1 : 4.4  temp_dis2:   4.4  temp_idx1: 29 temp_idx2: 25\n"
+                           "first :0  second:24  third: 27   fourth:25\n"),
             std::string::npos)
-      << log_.str();
+      << log.str();
   EXPECT_EQ(indices_, (std::vector<int>{0, 24, 25, 27}));
 }
 
@@ -145,12 +142,12 @@ TEST_F(CornerSearch, FailsWithOneLineAndNoCornersWithoutFourDistinctCorners) {
       {{{0, 0}, {5, 1}, {10, 0}}, degenerate},  // nothing beyond it
   };
   for (const auto& [contour, message] : cases) {
-    log_.str("");
-    state_.top_rect_corner_points = {{9, 9}};
+    log.str("");
+    state.top_rect_corner_points = {{9, 9}};
     indices_ = {7};
     EXPECT_FALSE(run(contour));
-    EXPECT_EQ(log_.str(), message);
-    EXPECT_TRUE(state_.top_rect_corner_points.empty());
+    EXPECT_EQ(log.str(), message);
+    EXPECT_TRUE(state.top_rect_corner_points.empty());
     EXPECT_EQ(indices_, std::vector<int>{7});
   }
 }

@@ -18,18 +18,14 @@ namespace {
 
 using Corners = std::vector<cv::Point2f>;
 
-class LengthWidth : public ::testing::Test {
+class LengthWidth : public testing::StageTest {
  protected:
-  void SetUp() override { testing::capture_state(state_, log_, errors_); }
   // f = 512, principal point 0 and the plane z = depth: camera coordinates are
   // exactly pixel coordinates times depth / 512.
   void use_flat_plane(float depth) {
-    state_.intrinsics = {512.0f, 512.0f, 0.0f, 0.0f};
-    state_.plane = {0.0f, 0.0f, 1.0f, -depth};
+    state.intrinsics = {512.0f, 512.0f, 0.0f, 0.0f};
+    state.plane = {0.0f, 0.0f, 1.0f, -depth};
   }
-
-  MeasurementState state_;
-  std::ostringstream log_, errors_;
 };
 
 // Line i runs from corner i - 1 to corner i, given by the middle of that side.
@@ -56,13 +52,13 @@ TEST_F(LengthWidth, IntersectsLineIWithLineIPlusOne) {
                                       {{0, 0}, {130, 10}, {100, 60}, {20, 40}}};
   for (const Corners& quad : quads) {
     Corners corners;
-    ASSERT_TRUE(cal_four_lines_intersection(state_, lines_through(quad), corners));
+    ASSERT_TRUE(cal_four_lines_intersection(state, lines_through(quad), corners));
     for (int i = 0; i < 4; ++i) EXPECT_LT(cv::norm(corners[i] - quad[i]), 1e-3) << quad[i];
   }
-  EXPECT_EQ(log_.str(), "");
+  EXPECT_EQ(log.str(), "");
   Corners filled = {{1, 1}};
-  EXPECT_FALSE(cal_four_lines_intersection(state_, lines_through(quads[0]), filled));
-  EXPECT_EQ(log_.str(), "cal_four_lines_intersection not equal to 4; \n");
+  EXPECT_FALSE(cal_four_lines_intersection(state, lines_through(quads[0]), filled));
+  EXPECT_EQ(log.str(), "cal_four_lines_intersection not equal to 4; \n");
 }
 
 // On the flat plane at depth 512 camera lengths are pixel lengths. Sides 0 and
@@ -77,12 +73,12 @@ TEST_F(LengthWidth, OppositeSidesAgreeWithinThirtyPercentBoundsIncluded) {
        {Quad{130, 100, 50, 50, true}, Quad{131, 100, 50, 50, false}, Quad{70, 100, 50, 50, true},
         Quad{69, 100, 50, 50, false}, Quad{100, 100, 50, 65, true}, Quad{100, 100, 50, 66, false},
         Quad{100, 100, 50, 35, true}, Quad{100, 100, 50, 34, false}}) {
-    log_.str("");
+    log.str("");
     const Corners corners = {{0, 0}, {q.top, 0}, {q.bottom, q.right}, {0, q.left}};
     std::vector<cv::Point3f> corners_3d;
     std::vector<float> sides;
-    EXPECT_EQ(check_length_width_ratio(state_, corners, corners_3d, sides), q.ok) << q.top;
-    EXPECT_EQ(log_.str(), q.ok ? "" : "length and width ratio error;\n");
+    EXPECT_EQ(check_length_width_ratio(state, corners, corners_3d, sides), q.ok) << q.top;
+    EXPECT_EQ(log.str(), q.ok ? "" : "length and width ratio error;\n");
     ASSERT_EQ(sides.size(), 4u);
     EXPECT_EQ(corners_3d[2], cv::Point3f(q.bottom, q.right, 512.0f));
     EXPECT_FLOAT_EQ(sides[0], q.top);
@@ -99,19 +95,19 @@ class ContourSides : public LengthWidth, public ::testing::WithParamInterface<st
 TEST_P(ContourSides, FitTheTrimmedSegmentsAndScaleToFullResolution) {
   const std::vector<int>& corners = GetParam();
   const cv::Point vertices[4] = {{20, 20}, {50, 20}, {50, 50}, {20, 50}};
-  state_.top_rect_contour_points.resize(120);
+  state.top_rect_contour_points.resize(120);
   for (int side = 0; side < 4; ++side) {
     const cv::Point dir = (vertices[(side + 1) % 4] - vertices[side]) / 30;
     for (int m = 0; m < 30; ++m) {
       const cv::Point rounding = m < 5 || m >= 25 ? 2 * cv::Point(-dir.y, dir.x) : cv::Point();
-      state_.top_rect_contour_points[(corners[side] + m) % 120] =
+      state.top_rect_contour_points[(corners[side] + m) % 120] =
           vertices[side] + m * dir + rounding;
     }
   }
-  ASSERT_TRUE(fit_contour_edge_lines(state_, corners)) << log_.str();
+  ASSERT_TRUE(fit_contour_edge_lines(state, corners)) << log.str();
   const Corners expected = {{200, 80}, {200, 200}, {80, 200}, {80, 80}};
-  ASSERT_EQ(state_.coarse_corners.size(), 4u);
-  for (int i = 0; i < 4; ++i) EXPECT_LT(cv::norm(state_.coarse_corners[i] - expected[i]), 1e-3);
+  ASSERT_EQ(state.coarse_corners.size(), 4u);
+  for (int i = 0; i < 4; ++i) EXPECT_LT(cv::norm(state.coarse_corners[i] - expected[i]), 1e-3);
 }
 
 // The last side wraps: for 10, 40, 70, 100 it keeps k = 105..119 and 0..4.
@@ -138,21 +134,21 @@ TEST_F(LengthWidth, KeepsTheLongerSideAsLengthAndRejectsUnderFiveCentimetres) {
              "box_length:   199.6     box_width:  49.9\nbox_length or box_width less than 5 cm\n",
              199.6f,
              49.9f}}) {
-    log_.str("");
-    cv::Mat quarter = cv::Mat::zeros(state_.height / 4, state_.width / 4, CV_8UC1);
+    log.str("");
+    cv::Mat quarter = cv::Mat::zeros(state.height / 4, state.width / 4, CV_8UC1);
     quarter(cv::Rect(f.px.tl() / 4, f.px.size() / 4)).setTo(255);
     std::vector<std::vector<cv::Point>> contours;
     cv::findContours(quarter, contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
-    state_.top_rect_contour_points = contours.at(0);
-    state_.edge_image = cv::Mat::zeros(state_.height, state_.width, CV_16SC1);
-    cv::rectangle(state_.edge_image, f.px + cv::Size(1, 1), cv::Scalar(500));
+    state.top_rect_contour_points = contours.at(0);
+    state.edge_image = cv::Mat::zeros(state.height, state.width, CV_16SC1);
+    cv::rectangle(state.edge_image, f.px + cv::Size(1, 1), cv::Scalar(500));
     use_flat_plane(f.depth);
 
-    EXPECT_EQ(compute_length_width(state_), f.width >= 50.0f) << f.px;
-    const std::string log = log_.str(), tail = f.log_tail;
-    EXPECT_EQ(log.substr(log.size() - std::min(log.size(), tail.size())), tail);
-    EXPECT_FLOAT_EQ(state_.dimensions.box_length, f.length);
-    EXPECT_FLOAT_EQ(state_.dimensions.box_width, f.width);
+    EXPECT_EQ(compute_length_width(state), f.width >= 50.0f) << f.px;
+    const std::string text = log.str(), tail = f.log_tail;
+    EXPECT_EQ(text.substr(text.size() - std::min(text.size(), tail.size())), tail);
+    EXPECT_FLOAT_EQ(state.dimensions.box_length, f.length);
+    EXPECT_FLOAT_EQ(state.dimensions.box_width, f.width);
   }
 }
 
@@ -164,22 +160,21 @@ TEST_P(RenderedBox, MeasuresLengthAndWidthWithinAFewMillimetres) {
   scene.tilt_deg = GetParam()[0];
   scene.yaw_deg = GetParam()[1];
   const RenderedScene rendered = render_scene(scene);
-  testing::load_frame(state_, rendered.depth);
-  build_point_cloud(state_);
-  state_.center_row_begin = state_.height / 2 - 15;
-  state_.center_row_end = state_.height / 2 + 15;
-  state_.center_col_begin = state_.width / 2 - 15;
-  state_.center_col_end = state_.width / 2 + 15;
-  ASSERT_TRUE(select_points_by_center(state_));
-  ASSERT_TRUE(fit_top_plane(state_, 5));
+  testing::load_frame(state, rendered.depth);
+  build_point_cloud(state);
+  state.center_row_begin = state.height / 2 - 15;
+  state.center_row_end = state.height / 2 + 15;
+  state.center_col_begin = state.width / 2 - 15;
+  state.center_col_end = state.width / 2 + 15;
+  ASSERT_TRUE(select_points_by_center(state));
+  ASSERT_TRUE(fit_top_plane(state, 5));
 
-  ASSERT_TRUE(compute_length_width(state_)) << log_.str();
-  EXPECT_NEAR(state_.dimensions.box_length, 400.0f, 3.0f);
-  EXPECT_NEAR(state_.dimensions.box_width, 300.0f, 3.0f);
+  ASSERT_TRUE(compute_length_width(state)) << log.str();
+  EXPECT_NEAR(state.dimensions.box_length, 400.0f, 3.0f);
+  EXPECT_NEAR(state.dimensions.box_width, 300.0f, 3.0f);
   for (const cv::Point2f& truth : rendered.truth.top_corners_px) {
     double nearest = 1e9;
-    for (const cv::Point2f& c : state_.box_corners)
-      nearest = std::min(nearest, cv::norm(c - truth));
+    for (const cv::Point2f& c : state.box_corners) nearest = std::min(nearest, cv::norm(c - truth));
     EXPECT_LT(nearest, 1.5) << truth;
   }
 }

@@ -15,12 +15,8 @@ namespace {
 
 using Points = std::vector<cv::Point>;
 
-class LineFitting : public ::testing::Test {
+class LineFitting : public testing::StageTest {
  protected:
-  void SetUp() override { testing::capture_state(state_, log_, errors_); }
-
-  MeasurementState state_;
-  std::ostringstream log_, errors_;
 };
 
 TEST_F(LineFitting, FitsTheInliersAmongOutliers) {
@@ -31,15 +27,15 @@ TEST_F(LineFitting, FitsTheInliersAmongOutliers) {
       points.insert(points.begin() + std::min<std::ptrdiff_t>(2 * i, points.size()), i * step);
     }
     for (std::time_t seed : {1, 1700000000}) {
-      testing::capture_state(state_, log_, errors_, seed);
+      testing::capture_state(state, log, errors, seed);
       cv::Vec4f line;
-      ASSERT_TRUE(ransac_fitline(state_, points, line));
+      ASSERT_TRUE(ransac_fitline(state, points, line));
       // The direction is the step's, and the line passes through the origin.
       EXPECT_NEAR(std::abs(line[0] * step.y - line[1] * step.x), 0.0, 1e-5) << step;
       EXPECT_NEAR(line[2] * line[1] - line[3] * line[0], 0.0, 1e-3) << step;
     }
   }
-  EXPECT_EQ(log_.str(), "");
+  EXPECT_EQ(log.str(), "");
 }
 
 Points zigzag(int count, int rise) {
@@ -70,10 +66,10 @@ TEST_F(LineFitting, NeedsTenPointsAndTenInliersStrictlyWithinTheBand) {
       {block_and_far_point(true), no_consensus},
   };
   for (const auto& [points, message] : cases) {
-    log_.str("");
+    log.str("");
     cv::Vec4f line(7, 7, 7, 7);
-    EXPECT_EQ(ransac_fitline(state_, points, line), message.empty()) << points;
-    EXPECT_EQ(log_.str(), message) << points;
+    EXPECT_EQ(ransac_fitline(state, points, line), message.empty()) << points;
+    EXPECT_EQ(log.str(), message) << points;
     if (!message.empty()) {
       EXPECT_EQ(line, cv::Vec4f(7, 7, 7, 7));
     }
@@ -94,12 +90,12 @@ class RefineEdges : public LineFitting, public ::testing::WithParamInterface<Ref
 
 TEST_P(RefineEdges, FitsEachSideToTheFirstStrongestEdgeAcrossIt) {
   const RefineCase& c = GetParam();
-  state_.edge_image = cv::Mat::zeros(state_.height, state_.width, CV_16SC1);
-  for (const cv::Rect& r : c.outlines) cv::rectangle(state_.edge_image, r, cv::Scalar(500));
-  state_.coarse_corners = c.corners;
+  state.edge_image = cv::Mat::zeros(state.height, state.width, CV_16SC1);
+  for (const cv::Rect& r : c.outlines) cv::rectangle(state.edge_image, r, cv::Scalar(500));
+  state.coarse_corners = c.corners;
   std::vector<cv::Vec4f> lines;
-  EXPECT_EQ(refine_edge_lines(state_, lines), c.message[0] == '\0');
-  EXPECT_EQ(log_.str(), c.message);
+  EXPECT_EQ(refine_edge_lines(state, lines), c.message[0] == '\0');
+  EXPECT_EQ(log.str(), c.message);
   ASSERT_EQ(lines.size(), c.expected.size());
   for (std::size_t i = 0; i < lines.size(); ++i) {
     EXPECT_NEAR(lines[i][i % 2 == 0 ? 1 : 0], 0.0f, 1e-6f) << "side " << i;

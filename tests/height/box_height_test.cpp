@@ -25,10 +25,9 @@ std::string times(const std::string& line, int n) {
   return all;
 }
 
-class HeightTest : public ::testing::Test {
+class HeightTest : public testing::StageTest {
  protected:
   void SetUp() override {
-    testing::capture_state(state, log, errors);
     state.box_corners = {{250, 190}, {390, 190}, {390, 290}, {250, 290}};
     state.plane = {0, 0, 1, -800};
   }
@@ -45,9 +44,6 @@ class HeightTest : public ::testing::Test {
   }
   // A flat cloud for the ring scan: every point (0, 0, z).
   void fill(float z) { state.cloud.assign(640 * 480, cv::Point3f(0, 0, z)); }
-
-  MeasurementState state;
-  std::ostringstream log, errors;
 };
 
 TEST_F(HeightTest, LowestCornerPair) {

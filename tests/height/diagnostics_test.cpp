@@ -12,12 +12,8 @@
 namespace boxdim {
 namespace {
 
-class DiagnosticsTest : public ::testing::Test {
+class DiagnosticsTest : public testing::StageTest {
  protected:
-  void SetUp() override { testing::capture_state(state, log, errors); }
-
-  MeasurementState state;
-  std::ostringstream log, errors;
 };
 
 TEST_F(DiagnosticsTest, TrimmingKeepsTheFirstStepEntriesWhereverTheGapIs) {

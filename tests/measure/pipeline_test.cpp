@@ -10,18 +10,12 @@
 namespace boxdim {
 namespace {
 
-class PipelineTest : public ::testing::Test {
+class PipelineTest : public testing::StageTest {
  protected:
-  void SetUp() override { testing::capture_state(state, log, errors); }
-
   MeasurementOutcome measure(const cv::Mat& depth) {
     testing::load_frame(state, depth);
     return run_measurement(state);
   }
-
-  MeasurementState state;
-  std::ostringstream log;
-  std::ostringstream errors;
 };
 
 TEST_F(PipelineTest, TooFewDeepCentreSamplesEndTheFrameAtTheCentreSelection) {

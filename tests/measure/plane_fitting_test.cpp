@@ -12,13 +12,9 @@
 namespace boxdim {
 namespace {
 
-class PlaneFittingTest : public ::testing::Test {
+class PlaneFittingTest : public testing::StageTest {
  protected:
   void SetUp() override { testing::capture_state(state, log, errors, 7); }
-
-  MeasurementState state;
-  std::ostringstream log;
-  std::ostringstream errors;
 };
 
 // Points on a x + b y + c z + d = 0 over a 60 x 40 grid around (0, 0, depth),

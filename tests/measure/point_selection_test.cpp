@@ -7,13 +7,8 @@
 namespace boxdim {
 namespace {
 
-class PointSelectionTest : public ::testing::Test {
+class PointSelectionTest : public testing::StageTest {
  protected:
-  void SetUp() override { testing::capture_state(state, log, errors); }
-
-  MeasurementState state;
-  std::ostringstream log;
-  std::ostringstream errors;
 };
 
 // Frames whose centre window (rows 225..254, cols 305..334 of a 640 x 480

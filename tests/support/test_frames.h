@@ -2,6 +2,8 @@
 // and depth frames to feed them.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <opencv2/core.hpp>
 #include <sstream>
@@ -16,6 +18,17 @@ namespace boxdim::testing {
 // seed with `seed`. The streams must outlive the state's use.
 void capture_state(MeasurementState& state, std::ostringstream& log, std::ostringstream& error_log,
                    std::time_t seed = 1);
+
+// Base fixture of the stage tests: a state whose log lines land in `log` and
+// `errors` and whose RANSAC stages seed with 1.
+class StageTest : public ::testing::Test {
+ protected:
+  StageTest() { capture_state(state, log, errors); }
+
+  MeasurementState state;
+  std::ostringstream log;
+  std::ostringstream errors;
+};
 
 // Sets the state's frame size from `depth` (CV_16UC1) and prepares the frame;
 // returns the picture prepare_frame leaves for display.
