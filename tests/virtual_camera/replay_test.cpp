@@ -1,0 +1,153 @@
+// Replaying a capture folder as the program's frame capture writes it,
+// including the files a real capture folder may hold that cannot be played.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "cli/temp_dir.h"
+#include "virtual_camera/status_codes.h"
+#include "virtual_camera_fixture.h"
+
+namespace boxdim::virtual_camera::testing {
+namespace {
+
+using namespace Corvane;
+namespace fs = std::filesystem;
+
+const cv::Size kSize(8, 6);
+
+// A frame file whose every sample is `value`, little-endian; `bytes` cuts it short.
+void write_frame(const fs::path& file, std::uint16_t value, std::size_t bytes) {
+  fs::create_directories(file.parent_path());
+  std::ofstream out(file, std::ios::binary);
+  for (std::size_t i = 0; i < bytes; ++i) {
+    out.put(static_cast<char>(i % 2 == 0 ? value & 0xFF : value >> 8));
+  }
+}
+
+void write_frame(const fs::path& file, std::uint16_t value) {
+  write_frame(file, value, static_cast<std::size_t>(kSize.area()) * 2);
+}
+
+class ReplayTest : public VirtualCameraTest {
+ protected:
+  // Seconds 99 to 101 of device 1 (0 of the program's numbering): depth
+  // samples 1099..1101 name their second. Second 100 also has infrared and
+  // raw frames; device 2 has one depth frame at second 100. Beside them,
+  // files that cannot be played.
+  void SetUp() override {
+    VirtualCameraTest::SetUp();
+    for (const int second : {101, 99, 100}) {
+      write_frame(dir.path() / "depth" / name("depth", second), 1000 + second);
+    }
+    write_frame(dir.path() / "ir" / name("ir", 100), 333);
+    write_frame(dir.path() / "raw" / name("raw", 100), 2048);
+    write_frame(dir.path() / "depth" / "2_8x6-depth_100.raw", 2100);
+    write_frame(dir.path() / "depth" / "notes.txt", 0);
+    write_frame(dir.path() / "depth" / "1_8x6-depth_.raw", 0);
+    write_frame(dir.path() / "depth" / name("depth", 102), 1102, 95);
+    write_frame(dir.path() / "depth" / name("ir", 103), 0);
+    camera = "replay:" + dir.path().string();
+  }
+
+  static std::string name(const std::string& kind, int second) {
+    return "1_8x6-" + kind + "_" + std::to_string(second) + ".raw";
+  }
+
+  // The kind and first sample of each frame of the next set, e.g. "D1100 I333".
+  std::string next_samples() {
+    std::string samples;
+    const FrameData* set = next_set();
+    for (const Frame& frame : set ? frames_of(*set) : std::vector<Frame>{}) {
+      EXPECT_EQ(frame.size, kSize);
+      samples += std::string(samples.empty() ? "" : " ") + "?RDIC"[frame.kind] +
+                 std::to_string(frame.samples().at<std::uint16_t>(0, 0));
+    }
+    return samples;
+  }
+
+  boxdim::testing::TempDir dir;
+  std::string camera;
+};
+
+TEST_F(ReplayTest, PlaysTheSetsOfEachStreamInTimeOrderAndLoops) {
+  const std::vector<std::pair<int, std::vector<std::string>>> cases = {
+      {2, {"D1099", "D1100", "D2100", "D1101", "D1099"}},
+      {4, {"D1099", "D1100 I333", "D2100", "D1101"}},
+      {1, {"R2048", "R2048"}},
+  };
+  ::testing::internal::CaptureStderr();
+  open_first(camera.c_str());
+  const std::string warnings = ::testing::internal::GetCapturedStderr();
+  for (const std::string& file : {std::string("notes.txt"), std::string("1_8x6-depth_.raw"),
+                                  name("depth", 102), name("ir", 103)}) {
+    EXPECT_NE(warnings.find(file), std::string::npos) << file << " not named in\n" << warnings;
+  }
+  EXPECT_EQ(std::count(warnings.begin(), warnings.end(), '\n'), 4) << warnings;
+
+  for (const auto& [stream, sets] : cases) {
+    SCOPED_TRACE(::testing::Message() << "stream " << stream);
+    ASSERT_EQ(StartStreaming(1, stream), 0);
+    for (std::size_t i = 0; i < sets.size(); ++i) EXPECT_EQ(next_samples(), sets[i]) << i;
+    ASSERT_EQ(StopStreaming(1), 0);
+  }
+  for (const int stream : {3, 5, 6, 7}) {
+    EXPECT_EQ(StartStreaming(1, stream), kUnsupportedStreamType);
+  }
+}
+
+TEST_F(ReplayTest, ReadsEachFileOnlyWhenItsSetIsDelivered) {
+  ::testing::internal::CaptureStderr();
+  open_first(camera.c_str());
+  ASSERT_EQ(StartStreaming(1, 2), 0);
+  fs::remove(dir.path() / "depth" / name("depth", 100));
+  EXPECT_EQ(next_samples(), "D1099");
+  now_ += kFrameStep;
+  FrameData* set = nullptr;
+  EXPECT_EQ(GetLastFrameData(1, set), kReadFailed);
+  EXPECT_NE(::testing::internal::GetCapturedStderr().find(name("depth", 100)), std::string::npos);
+  EXPECT_EQ(next_samples(), "D2100");
+}
+
+TEST_F(ReplayTest, ReportsItselfAndTheIntrinsicsOfTheCapturedSize) {
+  ::testing::internal::CaptureStderr();
+  open_first(camera.c_str());
+  ::testing::internal::GetCapturedStderr();
+  char serial[16];
+  std::int32_t length = sizeof(serial);
+  ASSERT_EQ(GetDeviceSN(1, length, serial), 0);
+  EXPECT_STREQ(serial, "VREPLAY-0001");
+  Intrinsics k{};
+  ASSERT_EQ(GetIntric(1, kFrameDepth, k), 0);
+  EXPECT_EQ(cv::Size(k.width, k.height), kSize);
+  EXPECT_FLOAT_EQ(k.fx, 506.426f * 8 / 640);
+  EXPECT_FLOAT_EQ(k.cy, (231.166f + 0.5f) * 6 / 480 - 0.5f);
+}
+
+TEST(ReplayFolders, AFolderWithoutPlayableFramesCannotBeOpened) {
+  boxdim::testing::TempDir dir;
+  write_frame(dir.path() / "depth" / "readme.md", 0);
+  write_frame(dir.path() / "ir" / "1_8x6-ir_5.raw", 7);
+  const std::vector<std::string> folders = {(dir.path() / "missing").string(), dir.path().string()};
+  for (const std::string& folder : folders) {
+    const std::string camera = "replay:" + folder;
+    setenv("BOXDIM_CAMERA", camera.c_str(), 1);
+    ASSERT_EQ(InitSDK(), 0);
+    std::int32_t count = 1;
+    DeviceInfo device{};
+    ASSERT_EQ(FindDevice(count, &device), 0);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(OpenDevice(device), kDeviceUnavailable) << folder;
+    EXPECT_NE(::testing::internal::GetCapturedStderr().find(folder), std::string::npos);
+    EXPECT_EQ(StartStreaming(device.id, 2), kDeviceNotOpen);
+    ASSERT_EQ(UnInitSDK(), 0);
+  }
+  unsetenv("BOXDIM_CAMERA");
+}
+
+}  // namespace
+}  // namespace boxdim::virtual_camera::testing

@@ -1,0 +1,49 @@
+// The virtual camera's configuration, read from the environment at InitSDK: the devices
+// (BOXDIM_CAMERA) and the scene the simulated ones look at (BOXDIM_SCENE).
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "scene/depth_scene.h"
+
+namespace boxdim::virtual_camera {
+
+struct ConfiguredDevice {
+  enum class Source { kSimulated, kReplay };
+  Source source = Source::kSimulated;
+  int type = 1;        // simulated devices only: device type 1-7
+  std::string folder;  // replayed devices only: the capture folder
+};
+
+struct CameraConfig {
+  std::vector<ConfiguredDevice> devices;
+  SceneParameters scene;
+};
+
+// Its message names the variable, the offending item and the reason, ready
+// for a one-line report.
+class ConfigError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Comma-separated "sim", "sim:TYPE" or "replay:DIR"; an empty text means no
+// device at all. Spaces around an item are ignored.
+std::vector<ConfiguredDevice> parse_devices(const std::string& text);
+
+// Comma-separated key=value items over default_scene(): box=LxWxH,
+// camera-height, tilt, roll, yaw, offset=DX:DY, noise, flying, dropout, seed.
+// The scene must also pass validate_scene.
+SceneParameters parse_scene(const std::string& text);
+
+// A 400 x 300 x 200 mm box on a floor 1 m below the camera, turned 15
+// degrees, with 1 mm of range noise at 1 m.
+SceneParameters default_scene();
+
+// Without BOXDIM_CAMERA one simulated device of type 1; without
+// BOXDIM_SCENE the default scene. Throws ConfigError.
+CameraConfig read_config_from_environment();
+
+}  // namespace boxdim::virtual_camera
