@@ -1,0 +1,35 @@
+#include "app/display.h"
+
+#include <opencv2/highgui/highgui_c.h>
+
+namespace boxdim {
+
+namespace {
+
+class HighguiDisplay : public Display {
+ public:
+  bool window_exists(const std::string& name) override {
+    return cvGetWindowHandle(name.c_str()) != nullptr;
+  }
+  void named_window(const std::string& name, int flags) override { cv::namedWindow(name, flags); }
+  void destroy_window(const std::string& name) override { cv::destroyWindow(name); }
+  void resize_window(const std::string& name, int width, int height) override {
+    cv::resizeWindow(name, width, height);
+  }
+  void show(const std::string& name, const cv::Mat& image) override { cv::imshow(name, image); }
+  void set_mouse_callback(const std::string& name, cv::MouseCallback callback) override {
+    cv::setMouseCallback(name, callback);
+  }
+  int wait_key(int delay_ms) override { return cv::waitKey(delay_ms); }
+};
+
+HighguiDisplay highgui;
+Display* current = &highgui;
+
+}  // namespace
+
+Display& display() { return *current; }
+
+void set_display(Display* replacement) { current = replacement ? replacement : &highgui; }
+
+}  // namespace boxdim

@@ -1,0 +1,25 @@
+// The main loop that polls every open camera and reads the keys, and the fps
+// ticker thread that marks its seconds.
+#pragma once
+
+#include "app/session.h"
+
+namespace boxdim {
+
+// Body of g_fps_thread: sets g_fps_tick once a second while g_running is true.
+void fps_ticker();
+// Sets g_running and starts g_fps_thread.
+void start_fps_ticker();
+// Clears g_running and joins g_fps_thread if it runs.
+void stop_fps_ticker();
+
+// display().wait_key(delay_ms), but never back sooner than the delay without a
+// key: highgui answers at once while no window is open, and the final wait
+// would otherwise spin a core.
+int wait_for_key(int delay_ms);
+
+// Until Esc: publish the frame counts when a second has passed, poll each open
+// device once, sleep 1 ms, wait up to 30 ms for a key and run its command.
+void run_main_loop(Session& session);
+
+}  // namespace boxdim

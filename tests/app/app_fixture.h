@@ -1,0 +1,94 @@
+// Base fixture of the program's tests: a fresh scripted SDK and display, the
+// program's lines captured, and the process-wide objects back at their start.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <type_traits>
+
+#include "app/globals.h"
+#include "app/program_output.h"
+#include "app/session.h"
+#include "cli/temp_dir.h"
+#include "fake_corvane_sdk.h"
+#include "fake_display.h"
+
+namespace boxdim::testing {
+
+class AppTest : public ::testing::Test {
+ protected:
+  AppTest() {
+    reset_fake_sdk();
+    set_display(&screen);
+    g_stream_types.clear();
+    g_frame_counts.clear();
+    g_fps.clear();
+    g_save_enabled.clear();
+    g_toggle_p.clear();
+    g_toggle_q.clear();
+    g_mouse_x = -1;
+    g_mouse_y = -1;
+    g_fps_tick = false;
+    g_measurement_state = MeasurementState{};
+    g_measurement_state.seams.error_log = &errors;
+    g_measurement_state.seams.seed_clock = [] { return std::time_t{1}; };
+    g_interface->SetIntrinsics(0, 0, 0, 0);
+    set_program_output(&out);
+  }
+  ~AppTest() override {
+    set_program_output(&std::cout);
+    set_display(nullptr);
+  }
+
+  // A session over the fake's devices, as start-up leaves it, nothing open.
+  Session session_of_fake() const {
+    Session session;
+    for (const FakeDevice& device : fake_sdk().devices) session.devices.push_back(device.info);
+    session.reset_device_arrays();
+    return session;
+  }
+
+  FakeSdk& sdk() { return fake_sdk(); }
+
+  FakeDisplay screen;
+  std::ostringstream out;
+  std::ostringstream errors;
+};
+
+namespace {
+
+// Parameterised cases carry a `name`: it names the test and stands for the
+// case in failure messages.
+struct CaseName {
+  template <typename Case>
+  std::string operator()(const ::testing::TestParamInfo<Case>& info) const {
+    return info.param.name;
+  }
+};
+
+template <typename Case,
+          typename = std::enable_if_t<std::is_same_v<decltype(Case::name), const char*>>>
+std::ostream& operator<<(std::ostream& os, const Case& c) {
+  return os << c.name;
+}
+
+}  // namespace
+
+// Runs the test in a scratch working directory, restoring the old one after.
+class ScratchWorkingDirectory {
+ public:
+  ScratchWorkingDirectory() : previous_(std::filesystem::current_path()) {
+    std::filesystem::current_path(dir_.path());
+  }
+  ~ScratchWorkingDirectory() { std::filesystem::current_path(previous_); }
+  const std::filesystem::path& path() const { return dir_.path(); }
+
+ private:
+  TempDir dir_;
+  std::filesystem::path previous_;
+};
+
+}  // namespace boxdim::testing
