@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Installs everything boxdim needs to build, test and run, from Debian packages.
+# Installs everything boxdim needs to build, test and run, from Debian packages
+# (Xvfb, xdotool and ImageMagick drive and photograph the program's windows in
+# the end-to-end test and in the demo on machines without a display).
 # Safe to run again: apt-get skips what is already there.
 set -euo pipefail
 
@@ -8,6 +10,7 @@ packages=(
   libopencv-dev libeigen3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
+  xvfb xdotool x11-utils imagemagick
 )
 
 missing=()
