@@ -77,14 +77,8 @@ Status Device::set_resolution(int frame_type, int resolution) {
 Status Device::start(int stream_type) {
   if (streaming_) return kAlreadyStreaming;
   if (!capabilities_.has_stream_type(stream_type)) return kUnsupportedStreamType;
-  const int previous = stream_type_;
-  stream_type_ = stream_type;
-  frames_changed();
-  const Status status = prepare_stream();
-  if (status != kOk) {
-    stream_type_ = previous;
-    return status;
-  }
+  const Status status = switch_stream_type(stream_type);
+  if (status != kOk) return status;
   streaming_ = true;
   // Frames start once the stream is ready, not while it was being prepared.
   stream_start_ = clock_now();
@@ -96,6 +90,10 @@ Status Device::change(int stream_type) {
   if (!streaming_) return kNotStreaming;
   if (!capabilities_.has_stream_type(stream_type)) return kUnsupportedStreamType;
   // The frame clock runs on: a change costs no frame period.
+  return switch_stream_type(stream_type);
+}
+
+Status Device::switch_stream_type(int stream_type) {
   const int previous = stream_type_;
   stream_type_ = stream_type;
   frames_changed();

@@ -93,6 +93,9 @@ class Device {
 
  protected:
   virtual const char* device_name() const = 0;
+  // Switches to `stream_type` and prepares its frames; on failure the
+  // previous stream type stays.
+  Status switch_stream_type(int stream_type);
   // Readies the device's frame source; kOk when there is nothing to ready.
   virtual Status open_source() { return kOk; }
   // Called with stream_type() already switched; a failure undoes the switch.
