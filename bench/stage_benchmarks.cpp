@@ -1,0 +1,182 @@
+// Time per measurement stage and per whole frame on fixed rendered scenes.
+// Each stage starts from the state the stages before it left, restored before
+// every iteration, so it always sees the same input.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <functional>
+#include <sstream>
+#include <stdexcept>
+
+#include "footprint/length_width.h"
+#include "height/box_height.h"
+#include "height/result_overlay.h"
+#include "measure/frame_preparation.h"
+#include "measure/pipeline.h"
+#include "measure/plane_fitting.h"
+#include "measure/point_cloud.h"
+#include "measure/point_selection.h"
+#include "scene/depth_scene.h"
+
+namespace boxdim {
+namespace {
+
+// The driver's plane passes and centre window.
+constexpr int kPlanePasses = 5;
+constexpr int kCenterHalfSize = 15;
+constexpr std::time_t kSeed = 1;
+
+enum class SceneKind { kTopDown, kTilted };
+
+SceneParameters bench_scene(SceneKind kind) {
+  SceneParameters scene;
+  scene.box_length_mm = 420.0f;
+  scene.box_width_mm = 310.0f;
+  scene.box_height_mm = 220.0f;
+  scene.camera_height_mm = 1200.0f;
+  scene.yaw_deg = 25.0f;
+  if (kind == SceneKind::kTilted) {
+    scene.tilt_deg = 12.0f;
+    scene.roll_deg = -3.0f;
+  }
+  scene.noise = {2.0f, 0.2f, 0.005f};
+  scene.seed = 7;
+  return scene;
+}
+
+// Rendered once per scene kind: rendering costs more than some stages.
+const cv::Mat& bench_depth(SceneKind kind) {
+  static const cv::Mat top_down = render_scene(bench_scene(SceneKind::kTopDown)).depth;
+  static const cv::Mat tilted = render_scene(bench_scene(SceneKind::kTilted)).depth;
+  return kind == SceneKind::kTopDown ? top_down : tilted;
+}
+
+std::ostringstream& discarded_log() {
+  static std::ostringstream sink;
+  sink.str("");
+  return sink;
+}
+
+void quiet(MeasurementState& state) {
+  state.seams.log = &discarded_log();
+  state.seams.error_log = &discarded_log();
+  state.seams.seed_clock = [] { return kSeed; };
+}
+
+void set_center_window(MeasurementState& state) {
+  state.center_row_begin = state.height / 2 - kCenterHalfSize;
+  state.center_row_end = state.height / 2 + kCenterHalfSize;
+  state.center_col_begin = state.width / 2 - kCenterHalfSize;
+  state.center_col_end = state.width / 2 + kCenterHalfSize;
+}
+
+// The stages in the driver's order; each entry runs one and says whether the
+// frame goes on.
+enum Stage {
+  kPrepareFrame,
+  kBuildPointCloud,
+  kSelectPointsByCenter,
+  kFitTopPlane,
+  kComputeLengthWidth,
+  kEstimateBoxHeight,
+  kDrawMeasurementResult,
+};
+
+bool run_stage(Stage stage, MeasurementState& state, const cv::Mat& depth) {
+  switch (stage) {
+    case kPrepareFrame: {
+      cv::Mat display;
+      prepare_frame(state, depth.ptr<std::uint16_t>(), display);
+      return true;
+    }
+    case kBuildPointCloud:
+      build_point_cloud(state);
+      set_center_window(state);
+      return true;
+    case kSelectPointsByCenter:
+      return select_points_by_center(state);
+    case kFitTopPlane:
+      return fit_top_plane(state, kPlanePasses);
+    case kComputeLengthWidth:
+      return compute_length_width(state);
+    case kEstimateBoxHeight:
+      return estimate_box_height(state);
+    case kDrawMeasurementResult:
+      draw_measurement_result(state);
+      return true;
+  }
+  return false;
+}
+
+// cv::Mat copies share pixels; a restored state needs its own.
+MeasurementState deep_copy(const MeasurementState& source) {
+  MeasurementState copy = source;
+  copy.edge_image = source.edge_image.clone();
+  copy.result_image = source.result_image.clone();
+  return copy;
+}
+
+void BM_stage(benchmark::State& bench, Stage stage, SceneKind kind) {
+  const cv::Mat& depth = bench_depth(kind);
+  MeasurementState before;
+  quiet(before);
+  set_frame_size(before, depth.cols, depth.rows);
+  for (int s = kPrepareFrame; s < stage; ++s) {
+    if (!run_stage(static_cast<Stage>(s), before, depth)) {
+      throw std::runtime_error("benchmark scene fails before the measured stage");
+    }
+  }
+  MeasurementState state = deep_copy(before);
+  for (auto _ : bench) {
+    bench.PauseTiming();
+    state = deep_copy(before);
+    bench.ResumeTiming();
+    benchmark::DoNotOptimize(run_stage(stage, state, depth));
+  }
+}
+
+// A camera's frame after frame: one state, the plane carried over. The
+// driver and copy are measure_frame's, inlined to see that every frame measured.
+void BM_whole_frame(benchmark::State& bench, SceneKind kind) {
+  const cv::Mat& depth = bench_depth(kind);
+  MeasurementState state;
+  quiet(state);
+  set_frame_size(state, depth.cols, depth.rows);
+  bool measured = true;
+  for (auto _ : bench) {
+    cv::Mat picture;
+    prepare_frame(state, depth.ptr<std::uint16_t>(), picture);
+    measured = run_measurement(state).ok && measured;
+    if (measured) picture = state.result_image.clone();
+    benchmark::DoNotOptimize(picture.data);
+  }
+  if (!measured) bench.SkipWithError("the benchmark scene was not measured");
+}
+
+#define BOXDIM_STAGE_BENCHMARK(name, stage)                                \
+  BENCHMARK_CAPTURE(BM_stage, name##_top_down, stage, SceneKind::kTopDown) \
+      ->Name(#name "/top_down")                                            \
+      ->Unit(benchmark::kMillisecond);                                     \
+  BENCHMARK_CAPTURE(BM_stage, name##_tilted, stage, SceneKind::kTilted)    \
+      ->Name(#name "/tilted")                                              \
+      ->Unit(benchmark::kMillisecond)
+
+BOXDIM_STAGE_BENCHMARK(prepare_frame, kPrepareFrame);
+BOXDIM_STAGE_BENCHMARK(build_point_cloud, kBuildPointCloud);
+BOXDIM_STAGE_BENCHMARK(select_points_by_center, kSelectPointsByCenter);
+BOXDIM_STAGE_BENCHMARK(fit_top_plane, kFitTopPlane);
+BOXDIM_STAGE_BENCHMARK(compute_length_width, kComputeLengthWidth);
+BOXDIM_STAGE_BENCHMARK(estimate_box_height, kEstimateBoxHeight);
+BOXDIM_STAGE_BENCHMARK(draw_measurement_result, kDrawMeasurementResult);
+
+BENCHMARK_CAPTURE(BM_whole_frame, top_down, SceneKind::kTopDown)
+    ->Name("whole_frame/top_down")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_whole_frame, tilted, SceneKind::kTilted)
+    ->Name("whole_frame/tilted")
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace boxdim
+
+BENCHMARK_MAIN();
