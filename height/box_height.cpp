@@ -5,6 +5,8 @@
 #include <opencv2/imgproc.hpp>
 #include <ostream>
 
+#include "measure/point_in_polygon.h"
+
 namespace boxdim {
 
 namespace {
@@ -184,13 +186,13 @@ void scan_ring(MeasurementState& state, const std::vector<cv::Point>& inner,
   int column_step = kSparseColumnStep;
   for (int y = area.ymin; y < area.ymax; y += row_step) {
     for (int x = area.xmin; x < area.xmax; x += column_step) {
-      const cv::Point2f pixel(static_cast<float>(x), static_cast<float>(y));
-      if (cv::pointPolygonTest(outer, pixel, false) <= 0) {
+      const cv::Point pixel(x, y);
+      if (polygon_side(outer, pixel) <= 0) {
         column_step = kSparseColumnStep * factor;
         continue;
       }
       column_step = kDenseColumnStep * factor;
-      if (cv::pointPolygonTest(inner, pixel, false) >= 0) {
+      if (polygon_side(inner, pixel) >= 0) {
         column_step = kSparseColumnStep * factor;
         continue;
       }

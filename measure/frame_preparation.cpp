@@ -1,6 +1,7 @@
 #include "measure/frame_preparation.h"
 
 #include <algorithm>
+#include <array>
 #include <opencv2/imgproc.hpp>
 
 namespace boxdim {
@@ -11,11 +12,34 @@ namespace {
 constexpr std::uint16_t kOutsideSample = 0;
 constexpr int kSpikeThresholdMm = 300;
 
-// Samples index-1, index, index+1 of the grid in memory order.
-std::uint32_t triple_sum(const std::uint16_t* grid, int index) {
-  const std::uint32_t before = index > 0 ? grid[index - 1] : kOutsideSample;
-  const std::uint32_t after = index + 1 < kSpikeGridSamples ? grid[index + 1] : kOutsideSample;
-  return before + grid[index] + after;
+// Sums of the samples index-1, index, index+1 in memory order for every index
+// of grid row `row`; the grid's first and last samples have a 0 outside.
+void row_triples(const std::uint16_t* grid, int row, std::uint32_t* triples) {
+  const int first = row * kSpikeGridCols;
+  const int last = first + kSpikeGridCols - 1;
+  const std::uint32_t before_first = first > 0 ? grid[first - 1] : kOutsideSample;
+  const std::uint32_t after_last = last + 1 < kSpikeGridSamples ? grid[last + 1] : kOutsideSample;
+  const std::uint16_t* samples = grid + first;
+  triples[0] = before_first + samples[0] + samples[1];
+  for (int c = 1; c + 1 < kSpikeGridCols; ++c) {
+    triples[c] = std::uint32_t{samples[c - 1]} + samples[c] + samples[c + 1];
+  }
+  triples[kSpikeGridCols - 1] =
+      std::uint32_t{samples[kSpikeGridCols - 2]} + samples[kSpikeGridCols - 1] + after_last;
+}
+
+// One grid row, given its neighbourhood sums; kCount samples make the mean
+// (9 inside the grid, 6 on its first and last rows), a constant so the
+// division vectorises.
+template <unsigned kCount>
+void filter_row(const std::uint16_t* samples, const std::uint32_t* sums, std::uint16_t* filtered) {
+  for (int c = 0; c < kSpikeGridCols; ++c) {
+    // Wrapping the wide sum once equals wrapping a 16-bit sum at every add.
+    const std::uint16_t mean =
+        static_cast<std::uint16_t>(static_cast<std::uint16_t>(sums[c]) / kCount);
+    const std::uint16_t sample = samples[c];
+    filtered[c] = (int{sample} > int{mean} + kSpikeThresholdMm) ? 0 : sample;
+  }
 }
 
 void compute_edge_image(MeasurementState& state, const std::uint16_t* depth_samples) {
@@ -51,21 +75,24 @@ void draw_centre_marker(cv::Mat& image, int width, int height) {
 }  // namespace
 
 void spike_filter(const std::uint16_t* grid, std::uint16_t* filtered) {
+  // Triple sums of the rows above, at and below the current one, rolled down the grid.
+  std::array<std::uint32_t, kSpikeGridCols> above{}, at{}, below{}, sums{};
+  row_triples(grid, 0, at.data());
   for (int r = 0; r < kSpikeGridRows; ++r) {
     const bool has_above = r > 0;
     const bool has_below = r + 1 < kSpikeGridRows;
-    const unsigned count = 3u * (1u + has_above + has_below);
+    if (has_below) row_triples(grid, r + 1, below.data());
     for (int c = 0; c < kSpikeGridCols; ++c) {
-      const int i = r * kSpikeGridCols + c;
-      std::uint32_t sum = triple_sum(grid, i);
-      if (has_above) sum += triple_sum(grid, i - kSpikeGridCols);
-      if (has_below) sum += triple_sum(grid, i + kSpikeGridCols);
-      // Wrapping the wide sum once equals wrapping a 16-bit sum at every add.
-      const std::uint16_t sum16 = static_cast<std::uint16_t>(sum);
-      const std::uint16_t mean = static_cast<std::uint16_t>(sum16 / count);
-      const std::uint16_t sample = grid[i];
-      filtered[i] = (int{sample} > int{mean} + kSpikeThresholdMm) ? 0 : sample;
+      sums[c] = at[c] + (has_above ? above[c] : 0u) + (has_below ? below[c] : 0u);
     }
+    const std::size_t offset = static_cast<std::size_t>(r) * kSpikeGridCols;
+    if (has_above && has_below) {
+      filter_row<9>(grid + offset, sums.data(), filtered + offset);
+    } else {
+      filter_row<6>(grid + offset, sums.data(), filtered + offset);
+    }
+    std::swap(above, at);
+    std::swap(at, below);
   }
 }
 

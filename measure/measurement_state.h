@@ -63,8 +63,9 @@ struct MeasurementState {
   // |d depth/dx| + |d depth/dy| of the frame, 16-bit signed.
   cv::Mat edge_image;
 
-  std::vector<std::uint16_t> depth;  // row-major, width * height samples
-  std::vector<cv::Point3f> cloud;    // one point per pixel, row-major
+  std::vector<std::uint16_t> depth;         // row-major, width * height samples
+  std::vector<cv::Point3f> cloud;           // one point per pixel, row-major
+  std::vector<float> cloud_column_offsets;  // column - cx, the cloud's reusable table
 
   // Selected sample pixels, stored transposed: x = row, y = column.
   std::vector<cv::Point> selected_pixels;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <opencv2/imgproc.hpp>
 
+#include "measure/point_in_polygon.h"
+
 namespace boxdim {
 
 namespace {
@@ -65,10 +67,10 @@ void extract_top_face(MeasurementState& state) {
   if (face == contours.end()) return;
 
   state.top_rect_contour_points = *face;
+  const PolygonRowIndex face_rows(*face, 0, mask.rows);
   for (std::size_t i = 0; i < saved_pixels.size(); ++i) {
     const cv::Point& p = saved_pixels[i];
-    const cv::Point2f cell(static_cast<float>(p.y / 4), static_cast<float>(p.x / 4));
-    if (cv::pointPolygonTest(*face, cell, false) > 0) {
+    if (face_rows.side(cv::Point(p.y / 4, p.x / 4)) > 0) {
       state.selected_points.push_back(saved_points[i]);
       state.selected_pixels.push_back(p);
     }
