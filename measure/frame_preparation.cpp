@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <opencv2/imgproc.hpp>
 
 namespace boxdim {
@@ -42,16 +43,62 @@ void filter_row(const std::uint16_t* samples, const std::uint32_t* sums, std::ui
   }
 }
 
+// The 5-tap Sobel factors are 1 4 6 4 1 across the derivative and -1 -2 0 2 1 along it.
+constexpr int kTapRadius = 2;
+constexpr int kEdgeMax = 32767;
+
+// |v| of a 16-bit signed result: OpenCV saturates the Sobel sum to 16 bits and
+// its absolute value again, so both ends give 32767.
+int saturated_magnitude(int v) { return std::min(std::abs(v), kEdgeMax); }
+
+// |d depth/dx| + |d depth/dy| with 5 x 5 Sobel kernels and mirrored borders
+// (the pixel at the border itself not repeated), saturated to 16 bits: the
+// same image cv::Sobel (CV_16S), cv::absdiff and cv::add give, in one pass.
+// Every sum is an exact integer, so the order of the additions is free.
 void compute_edge_image(MeasurementState& state, const std::uint16_t* depth_samples) {
-  const cv::Mat depth(state.height, state.width, CV_16UC1,
-                      const_cast<std::uint16_t*>(depth_samples));
-  cv::Mat gx;
-  cv::Mat gy;
-  cv::Sobel(depth, gx, CV_16S, 1, 0, 5, 1.0, 0.0, cv::BORDER_REFLECT_101);
-  cv::Sobel(depth, gy, CV_16S, 0, 1, 5, 1.0, 0.0, cv::BORDER_REFLECT_101);
-  cv::absdiff(gx, cv::Scalar::all(0), gx);
-  cv::absdiff(gy, cv::Scalar::all(0), gy);
-  cv::add(gx, gy, state.edge_image);
+  const int width = state.width;
+  const int height = state.height;
+  state.edge_image.create(height, width, CV_16SC1);
+  // Columns reflected at both ends, so the horizontal pass needs no tests.
+  std::vector<int>& smoothed = state.edge_smoothed_row;
+  std::vector<int>& derived = state.edge_derived_row;
+  smoothed.resize(width + 2 * kTapRadius);
+  derived.resize(width + 2 * kTapRadius);
+  std::array<int, 2 * kTapRadius> border_columns{};
+  for (int k = 0; k < kTapRadius; ++k) {
+    border_columns[k] = cv::borderInterpolate(k - kTapRadius, width, cv::BORDER_REFLECT_101);
+    border_columns[kTapRadius + k] =
+        cv::borderInterpolate(width + k, width, cv::BORDER_REFLECT_101);
+  }
+  for (int y = 0; y < height; ++y) {
+    std::array<const std::uint16_t*, 5> rows{};
+    for (int k = 0; k < 5; ++k) {
+      const int row = cv::borderInterpolate(y + k - kTapRadius, height, cv::BORDER_REFLECT_101);
+      rows[k] = depth_samples + static_cast<std::size_t>(row) * width;
+    }
+    int* smooth = smoothed.data() + kTapRadius;
+    int* derive = derived.data() + kTapRadius;
+    // The taps written out: the loops then vectorise.
+    const std::uint16_t *r0 = rows[0], *r1 = rows[1], *r2 = rows[2], *r3 = rows[3], *r4 = rows[4];
+    for (int x = 0; x < width; ++x) {
+      smooth[x] = int{r0[x]} + 4 * r1[x] + 6 * r2[x] + 4 * r3[x] + r4[x];
+      derive[x] = -int{r0[x]} - 2 * r1[x] + 2 * r3[x] + r4[x];
+    }
+    for (int k = 0; k < kTapRadius; ++k) {
+      smooth[k - kTapRadius] = smooth[border_columns[k]];
+      derive[k - kTapRadius] = derive[border_columns[k]];
+      smooth[width + k] = smooth[border_columns[kTapRadius + k]];
+      derive[width + k] = derive[border_columns[kTapRadius + k]];
+    }
+    auto* edges = state.edge_image.ptr<std::int16_t>(y);
+    for (int x = 0; x < width; ++x) {
+      const int gx = -smooth[x - 2] - 2 * smooth[x - 1] + 2 * smooth[x + 1] + smooth[x + 2];
+      const int gy =
+          derive[x - 2] + 4 * derive[x - 1] + 6 * derive[x] + 4 * derive[x + 1] + derive[x + 2];
+      edges[x] = static_cast<std::int16_t>(
+          std::min(saturated_magnitude(gx) + saturated_magnitude(gy), kEdgeMax));
+    }
+  }
 }
 
 // The spike filter always reads a full grid; frames of other sizes go through
@@ -99,7 +146,6 @@ void spike_filter(const std::uint16_t* grid, std::uint16_t* filtered) {
 void prepare_frame(MeasurementState& state, const std::uint16_t* depth_samples, cv::Mat& display) {
   const std::size_t pixels = static_cast<std::size_t>(state.width) * state.height;
   state.depth.clear();
-  state.edge_image.release();
   state.result_image.release();
 
   state.depth.assign(depth_samples, depth_samples + pixels);

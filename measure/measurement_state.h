@@ -62,6 +62,8 @@ struct MeasurementState {
 
   // |d depth/dx| + |d depth/dy| of the frame, 16-bit signed.
   cv::Mat edge_image;
+  // The edge image's reusable rows: one row smoothed and differentiated down the columns.
+  std::vector<int> edge_smoothed_row, edge_derived_row;
 
   std::vector<std::uint16_t> depth;         // row-major, width * height samples
   std::vector<cv::Point3f> cloud;           // one point per pixel, row-major
