@@ -47,14 +47,11 @@ void filter_row(const std::uint16_t* samples, const std::uint32_t* sums, std::ui
 constexpr int kTapRadius = 2;
 constexpr int kEdgeMax = 32767;
 
-// |v| of a 16-bit signed result: OpenCV saturates the Sobel sum to 16 bits and
-// its absolute value again, so both ends give 32767.
-int saturated_magnitude(int v) { return std::min(std::abs(v), kEdgeMax); }
-
 // |d depth/dx| + |d depth/dy| with 5 x 5 Sobel kernels and mirrored borders
 // (the pixel at the border itself not repeated), saturated to 16 bits: the
 // same image cv::Sobel (CV_16S), cv::absdiff and cv::add give, in one pass.
-// Every sum is an exact integer, so the order of the additions is free.
+// Every sum is an exact integer, so the order of the additions is free; and
+// clamping each gradient to 16 bits first could not change the clamped sum.
 void compute_edge_image(MeasurementState& state, const std::uint16_t* depth_samples) {
   const int width = state.width;
   const int height = state.height;
@@ -95,8 +92,7 @@ void compute_edge_image(MeasurementState& state, const std::uint16_t* depth_samp
       const int gx = -smooth[x - 2] - 2 * smooth[x - 1] + 2 * smooth[x + 1] + smooth[x + 2];
       const int gy =
           derive[x - 2] + 4 * derive[x - 1] + 6 * derive[x] + 4 * derive[x + 1] + derive[x + 2];
-      edges[x] = static_cast<std::int16_t>(
-          std::min(saturated_magnitude(gx) + saturated_magnitude(gy), kEdgeMax));
+      edges[x] = static_cast<std::int16_t>(std::min(std::abs(gx) + std::abs(gy), kEdgeMax));
     }
   }
 }
