@@ -142,7 +142,6 @@ void spike_filter(const std::uint16_t* grid, std::uint16_t* filtered) {
 void prepare_frame(MeasurementState& state, const std::uint16_t* depth_samples, cv::Mat& display) {
   const std::size_t pixels = static_cast<std::size_t>(state.width) * state.height;
   state.depth.clear();
-  state.result_image.release();
 
   state.depth.assign(depth_samples, depth_samples + pixels);
   compute_edge_image(state, depth_samples);
@@ -156,11 +155,10 @@ void prepare_frame(MeasurementState& state, const std::uint16_t* depth_samples, 
               state.spike_filtered.begin() + kSpikeGridSamples);
   }
   const cv::Mat filtered(state.height, state.width, CV_16UC1, state.spike_filtered.data());
-  cv::Mat stretched;
-  cv::normalize(filtered, stretched, 0, 255, cv::NORM_MINMAX);
-  cv::Mat grey;
-  cv::convertScaleAbs(stretched, grey, 1.0, 0.0);
-  cv::cvtColor(grey, state.result_image, cv::COLOR_GRAY2BGR);
+  // Stretched to 0-255 straight into 8 bits: the same bytes as stretching in
+  // 16 bits and taking the absolute value, as every stretched value is in range.
+  cv::normalize(filtered, state.picture_grey, 0, 255, cv::NORM_MINMAX, CV_8U);
+  cv::cvtColor(state.picture_grey, state.result_image, cv::COLOR_GRAY2BGR);
 
   draw_centre_marker(state.result_image, state.width, state.height);
   display = state.result_image.clone();

@@ -112,8 +112,10 @@ struct MeasurementState {
 
   CameraIntrinsics intrinsics;
 
-  // The frame's picture (8-bit BGR) on which the result is drawn.
+  // The frame's picture (8-bit BGR) on which the result is drawn, and its
+  // grey original; both buffers are reused while the frame size stays.
   cv::Mat result_image;
+  cv::Mat picture_grey;
 
   // selected_pixels as they were when the plane stage succeeded (x = row).
   std::vector<cv::Point> top_plane_pixels;
