@@ -32,17 +32,24 @@ constexpr float kSideTenths = 10.0f;
 // conversion to int defined.
 constexpr float kMaxSampleCoordinate = 1.0e9f;
 
-// The frame's edge image as width * height row-major 16-bit samples. An edge
-// image of another size (the frame preparation never makes one) reads as
-// zeros where it falls short.
-std::vector<std::uint16_t> edge_samples(const MeasurementState& state) {
-  std::vector<std::uint16_t> samples(static_cast<std::size_t>(state.width) * state.height, 0);
+// The frame's edge image as width * height row-major 16-bit samples: read in
+// place when it is a whole continuous frame, as the frame preparation makes
+// it; any other edge image is copied into `fallback`, reading as zeros where
+// it falls short.
+const std::uint16_t* edge_samples(const MeasurementState& state,
+                                  std::vector<std::uint16_t>& fallback) {
+  const std::size_t pixels = static_cast<std::size_t>(state.width) * state.height;
   const cv::Mat& edges = state.edge_image;
-  if (edges.empty() || edges.elemSize() != sizeof(std::uint16_t)) return samples;
+  const bool samples16 = !edges.empty() && edges.elemSize() == sizeof(std::uint16_t);
+  if (samples16 && edges.isContinuous() && edges.total() >= pixels) {
+    return reinterpret_cast<const std::uint16_t*>(edges.data);
+  }
+  fallback.assign(pixels, 0);
+  if (!samples16) return fallback.data();
   const cv::Mat continuous = edges.isContinuous() ? edges : edges.clone();
-  std::copy_n(continuous.ptr<std::uint16_t>(), std::min(samples.size(), continuous.total()),
-              samples.begin());
-  return samples;
+  std::copy_n(continuous.ptr<std::uint16_t>(), std::min(pixels, continuous.total()),
+              fallback.begin());
+  return fallback.data();
 }
 
 // A side whose positions cannot be counted in int (non-finite corners from
@@ -54,9 +61,8 @@ bool countable_side(float length) {
 
 // The strongest edge pixel across the side at M; (0, 0) when none beats 0.
 // The last row and column are never read.
-cv::Point strongest_edge_across(const MeasurementState& state,
-                                const std::vector<std::uint16_t>& edges, const cv::Point2f& m,
-                                const cv::Point2f& normal) {
+cv::Point strongest_edge_across(const MeasurementState& state, const std::uint16_t* edges,
+                                const cv::Point2f& m, const cv::Point2f& normal) {
   std::uint16_t best_value = 0;
   cv::Point best(0, 0);
   const auto consider = [&](const cv::Point2f& sample) {
@@ -79,8 +85,7 @@ cv::Point strongest_edge_across(const MeasurementState& state,
   return best;
 }
 
-std::vector<cv::Point> edge_points_along(const MeasurementState& state,
-                                         const std::vector<std::uint16_t>& edges,
+std::vector<cv::Point> edge_points_along(const MeasurementState& state, const std::uint16_t* edges,
                                          const cv::Point2f& a, const cv::Point2f& b, float length) {
   std::vector<cv::Point> points;
   if (!countable_side(length)) return points;
@@ -136,7 +141,8 @@ bool ransac_fitline(MeasurementState& state, const std::vector<cv::Point>& point
 bool refine_edge_lines(MeasurementState& state, std::vector<cv::Vec4f>& lines) {
   const std::vector<cv::Point2f>& corners = state.coarse_corners;
   if (corners.size() < 4) return false;  // only a caller that skipped the coarse fit
-  const std::vector<std::uint16_t> edges = edge_samples(state);
+  std::vector<std::uint16_t> copied_edges;
+  const std::uint16_t* edges = edge_samples(state, copied_edges);
 
   for (int i = 0; i < 4; ++i) {
     const cv::Point2f& a = corners[i];
