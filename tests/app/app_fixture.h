@@ -5,9 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "app/globals.h"
 #include "app/program_output.h"
@@ -76,6 +79,21 @@ std::ostream& operator<<(std::ostream& os, const Case& c) {
 }
 
 }  // namespace
+
+// The whole content of a file; empty when it cannot be read.
+inline std::string file_bytes(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// The files in `folder`.
+inline std::vector<std::filesystem::path> files_in(const std::filesystem::path& folder) {
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (entry.is_regular_file()) files.push_back(entry.path());
+  }
+  return files;
+}
 
 // Runs the test in a scratch working directory, restoring the old one after.
 class ScratchWorkingDirectory {
