@@ -15,9 +15,9 @@
 #include "app/globals.h"
 #include "app/program_output.h"
 #include "app/session.h"
-#include "cli/temp_dir.h"
 #include "fake_corvane_sdk.h"
 #include "fake_display.h"
+#include "support/scratch_working_directory.h"
 
 namespace boxdim::testing {
 
@@ -94,19 +94,5 @@ inline std::vector<std::filesystem::path> files_in(const std::filesystem::path& 
   }
   return files;
 }
-
-// Runs the test in a scratch working directory, restoring the old one after.
-class ScratchWorkingDirectory {
- public:
-  ScratchWorkingDirectory() : previous_(std::filesystem::current_path()) {
-    std::filesystem::current_path(dir_.path());
-  }
-  ~ScratchWorkingDirectory() { std::filesystem::current_path(previous_); }
-  const std::filesystem::path& path() const { return dir_.path(); }
-
- private:
-  TempDir dir_;
-  std::filesystem::path previous_;
-};
 
 }  // namespace boxdim::testing

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "measure/plane_fitting.h"
-#include "measure/point_cloud.h"
 #include "measure/point_selection.h"
 #include "support/test_frames.h"
 
@@ -160,12 +159,8 @@ TEST_P(RenderedBox, MeasuresLengthAndWidthWithinAFewMillimetres) {
   scene.tilt_deg = GetParam()[0];
   scene.yaw_deg = GetParam()[1];
   const RenderedScene rendered = render_scene(scene);
-  testing::load_frame(state, rendered.depth);
-  build_point_cloud(state);
-  state.center_row_begin = state.height / 2 - 15;
-  state.center_row_end = state.height / 2 + 15;
-  state.center_col_begin = state.width / 2 - 15;
-  state.center_col_end = state.width / 2 + 15;
+  testing::load_frame(state, rendered.depth);  // the edge image
+  testing::load_cloud(state, rendered.depth);
   ASSERT_TRUE(select_points_by_center(state));
   ASSERT_TRUE(fit_top_plane(state, 5));
 

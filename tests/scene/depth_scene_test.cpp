@@ -170,10 +170,8 @@ TEST_P(GroundTruth, AgreesWithTheDepthFrame) {
 
 INSTANTIATE_TEST_SUITE_P(Poses, GroundTruth,
                          testing::Values(Pose{0, 0, 0, 400, 300, {0, 0}},
-                                         Pose{15, 0, 30, 400, 300, {20, -10}},
                                          Pose{-10, 20, -40, 400, 300, {0, 30}},
-                                         Pose{25, -15, 75, 250, 350, {-30, 10}},
-                                         Pose{0, -30, 120, 500, 200, {10, 0}}));
+                                         Pose{25, -15, 75, 250, 350, {-30, 10}}));
 
 SceneParameters noisy(float sigma, float flying, float dropout, std::uint64_t seed = 1) {
   SceneParameters s;
