@@ -53,8 +53,9 @@ TEST_F(PipelineTest, AFailedFrameEndsAtItsStageAndLeavesTheOutputUntouched) {
     const cv::Mat before = output.clone();
     measure_frame(state, output);
     EXPECT_EQ(cv::norm(output, before, cv::NORM_INF), 0.0) << stage;
-    if (depth_mm == 80)
+    if (depth_mm == 80) {
       EXPECT_EQ(log.str(), "select_points_by_center select points less than 50;\n");
+    }
     EXPECT_STREQ(run_measurement(state).failed_stage, stage);
   }
 }
