@@ -5,16 +5,19 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "app/globals.h"
 #include "app/program_output.h"
 #include "app/session.h"
-#include "cli/temp_dir.h"
 #include "fake_corvane_sdk.h"
 #include "fake_display.h"
+#include "support/scratch_working_directory.h"
 
 namespace boxdim::testing {
 
@@ -77,18 +80,19 @@ std::ostream& operator<<(std::ostream& os, const Case& c) {
 
 }  // namespace
 
-// Runs the test in a scratch working directory, restoring the old one after.
-class ScratchWorkingDirectory {
- public:
-  ScratchWorkingDirectory() : previous_(std::filesystem::current_path()) {
-    std::filesystem::current_path(dir_.path());
-  }
-  ~ScratchWorkingDirectory() { std::filesystem::current_path(previous_); }
-  const std::filesystem::path& path() const { return dir_.path(); }
+// The whole content of a file; empty when it cannot be read.
+inline std::string file_bytes(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
- private:
-  TempDir dir_;
-  std::filesystem::path previous_;
-};
+// The files in `folder`.
+inline std::vector<std::filesystem::path> files_in(const std::filesystem::path& folder) {
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (entry.is_regular_file()) files.push_back(entry.path());
+  }
+  return files;
+}
 
 }  // namespace boxdim::testing

@@ -2,20 +2,16 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 
 namespace boxdim::testing {
 
 namespace {
 
-FakeSdk* instance = new FakeSdk();
+FakeSdk instance;
 
 std::string args(std::initializer_list<std::int64_t> values) {
   std::string text;
-  for (const std::int64_t value : values) {
-    if (!text.empty()) text += ",";
-    text += std::to_string(value);
-  }
+  for (const std::int64_t value : values) text += (text.empty() ? "" : ",") + std::to_string(value);
   return text;
 }
 
@@ -23,53 +19,72 @@ std::string with_buffer(const std::string& head, const void* buffer) {
   return (head.empty() ? "" : head + ",") + (buffer != nullptr ? "buffer" : "null");
 }
 
-// Two-call text query: the length with the terminator (0 for no text), then the text.
-void answer_text(const std::string& text, std::int32_t& length, char* buffer) {
-  if (buffer == nullptr) {
-    length = text.empty() ? 0 : static_cast<std::int32_t>(text.size() + 1);
-    return;
+// Records the call; returns its scripted status, or 0.
+std::int32_t enter(const std::string& name, const std::string& arguments) {
+  const std::string call = name + "(" + arguments + ")";
+  instance.calls.push_back(call);
+  for (const std::string& key : {call, name}) {
+    const auto failure = instance.failures.find(key);
+    if (failure != instance.failures.end()) return failure->second;
   }
-  std::memset(buffer, 0, static_cast<std::size_t>(length));
-  std::memcpy(buffer, text.data(), std::min<std::size_t>(text.size(), length - 1));
+  return 0;
 }
 
-void answer_codes(const std::vector<std::int32_t>& codes, std::int32_t& count,
-                  std::int32_t* buffer) {
-  if (buffer == nullptr) {
-    count = static_cast<std::int32_t>(codes.size());
-    return;
-  }
-  count = std::min<std::int32_t>(count, static_cast<std::int32_t>(codes.size()));
-  std::copy_n(codes.begin(), count, buffer);
-}
-
-// Runs `effect` on the device when the call is not scripted to fail.
+// Records the call and, unless it is scripted to fail, runs `effect` on the device.
 template <typename Effect>
-std::int32_t on_device(const char* name, std::int32_t id, const std::string& arguments,
+std::int32_t on_device(const std::string& name, std::int32_t id, const std::string& arguments,
                        Effect effect) {
-  const std::int32_t status = fake_sdk().enter(name, arguments);
+  const std::int32_t status = enter(name, arguments);
   if (status != 0) return status;
-  FakeDevice* device = fake_sdk().device(id);
-  if (device == nullptr) return FakeSdk::kNoDevice;
-  return effect(*device);
+  FakeDevice* device = instance.device(id);
+  return device == nullptr ? FakeSdk::kNoDevice : effect(*device);
+}
+
+std::int32_t no_effect(FakeDevice&) { return 0; }
+
+// The two-call pattern: the size for a null buffer, else up to `size` items.
+template <typename T>
+std::int32_t answer(const std::vector<T>& items, std::int32_t& size, T* buffer) {
+  if (buffer == nullptr) {
+    size = static_cast<std::int32_t>(items.size());
+  } else {
+    size = std::min(size, static_cast<std::int32_t>(items.size()));
+    std::copy_n(items.begin(), size, buffer);
+  }
+  return 0;
+}
+
+// A text's length counts its terminator; an empty text has length 0.
+std::vector<char> terminated(const std::string& text) {
+  return text.empty() ? std::vector<char>{}
+                      : std::vector<char>(text.c_str(), text.c_str() + text.size() + 1);
+}
+
+std::int32_t get_switch(const std::string& name, std::int32_t id, bool& on) {
+  return on_device("Get" + name, id, args({id}), [&](FakeDevice& d) {
+    on = d.switches[name];
+    return 0;
+  });
+}
+
+std::int32_t set_switch(const std::string& name, std::int32_t id, bool on) {
+  return on_device("Set" + name, id, args({id, on}), [&](FakeDevice& d) {
+    d.switches[name] = on;
+    return 0;
+  });
 }
 
 }  // namespace
 
-FakeSdk& fake_sdk() { return *instance; }
-
-void reset_fake_sdk() {
-  delete instance;
-  instance = new FakeSdk();
-}
+FakeSdk& fake_sdk() { return instance; }
+void reset_fake_sdk() { instance = FakeSdk{}; }
 
 FakeDevice& FakeSdk::add_device(std::int32_t id, std::int32_t type) {
-  FakeDevice device;
+  FakeDevice& device = devices.emplace_back();
   device.info.id = id;
   device.info.type = type;
   std::snprintf(device.info.name, sizeof device.info.name, "cam%d", id);
-  devices.push_back(device);
-  return devices.back();
+  return device;
 }
 
 FakeDevice* FakeSdk::device(std::int32_t id) {
@@ -81,174 +96,105 @@ FakeDevice* FakeSdk::device(std::int32_t id) {
 
 std::string FakeSdk::calls_text() const {
   std::string text;
-  for (const std::string& call : calls_) text += (text.empty() ? "" : " ") + call;
+  for (const std::string& call : calls) text += (text.empty() ? "" : " ") + call;
   return text;
 }
 
 std::vector<std::string> FakeSdk::calls_named(const std::string& name) const {
   std::vector<std::string> named;
-  for (const std::string& call : calls_) {
-    if (call.compare(0, name.size() + 1, name + "(") == 0) named.push_back(call);
-  }
+  std::copy_if(calls.begin(), calls.end(), std::back_inserter(named),
+               [&](const std::string& call) { return call.rfind(name + "(", 0) == 0; });
   return named;
-}
-
-std::int32_t FakeSdk::enter(const std::string& name, const std::string& arguments) {
-  const std::string call = name + "(" + arguments + ")";
-  calls_.push_back(call);
-  for (const std::string& key : {call, name}) {
-    const auto failure = failures_.find(key);
-    if (failure != failures_.end()) return failure->second;
-  }
-  return 0;
 }
 
 }  // namespace boxdim::testing
 
 namespace Corvane {
 
-using boxdim::testing::args;
-using boxdim::testing::fake_sdk;
-using boxdim::testing::FakeDevice;
-using boxdim::testing::on_device;
-using boxdim::testing::with_buffer;
+using namespace boxdim::testing;
 
 std::int32_t GetSDKVersion(std::int32_t& length, char* buffer) {
-  const std::int32_t status = fake_sdk().enter("GetSDKVersion", with_buffer("", buffer));
-  if (status == 0) boxdim::testing::answer_text(fake_sdk().version, length, buffer);
-  return status;
+  const std::int32_t status = enter("GetSDKVersion", with_buffer("", buffer));
+  return status != 0 ? status : answer(terminated(fake_sdk().version), length, buffer);
 }
 
-std::int32_t InitSDK() { return fake_sdk().enter("InitSDK", ""); }
-std::int32_t UnInitSDK() { return fake_sdk().enter("UnInitSDK", ""); }
+std::int32_t InitSDK() { return enter("InitSDK", ""); }
+std::int32_t UnInitSDK() { return enter("UnInitSDK", ""); }
 
 std::int32_t FindDevice(std::int32_t& count, DeviceInfo* devices) {
-  const std::int32_t status = fake_sdk().enter("FindDevice", with_buffer("", devices));
+  const std::int32_t status = enter("FindDevice", with_buffer("", devices));
   if (status != 0) return status;
-  const auto& known = fake_sdk().devices;
-  if (devices == nullptr) {
-    count = static_cast<std::int32_t>(known.size());
-    return 0;
-  }
-  count = std::min<std::int32_t>(count, static_cast<std::int32_t>(known.size()));
-  for (std::int32_t i = 0; i < count; ++i) devices[i] = known[i].info;
-  return 0;
+  std::vector<DeviceInfo> known;
+  for (const FakeDevice& device : fake_sdk().devices) known.push_back(device.info);
+  return answer(known, count, devices);
 }
 
 std::int32_t OpenDevice(const DeviceInfo& device) {
-  return on_device("OpenDevice", device.id, args({device.id}), [](FakeDevice&) { return 0; });
+  return on_device("OpenDevice", device.id, args({device.id}), no_effect);
 }
 
 std::int32_t GetDeviceSN(std::int32_t id, std::int32_t& length, char* buffer) {
-  return on_device("GetDeviceSN", id, with_buffer(args({id}), buffer), [&](FakeDevice& d) {
-    boxdim::testing::answer_text(d.serial, length, buffer);
-    return 0;
-  });
+  return on_device("GetDeviceSN", id, with_buffer(args({id}), buffer),
+                   [&](FakeDevice& d) { return answer(terminated(d.serial), length, buffer); });
 }
 
 std::int32_t GetDeviceHWVersion(std::int32_t id, std::int32_t& length, char* buffer) {
-  return on_device("GetDeviceHWVersion", id, with_buffer(args({id}), buffer), [&](FakeDevice& d) {
-    boxdim::testing::answer_text(d.hw_version, length, buffer);
-    return 0;
-  });
+  return on_device("GetDeviceHWVersion", id, with_buffer(args({id}), buffer),
+                   [&](FakeDevice& d) { return answer(terminated(d.hw_version), length, buffer); });
 }
 
 std::int32_t QueryDeviceSupportFrameType(std::int32_t id, std::int32_t& count,
-                                         std::int32_t* frame_types) {
-  return on_device("QueryDeviceSupportFrameType", id, with_buffer(args({id}), frame_types),
-                   [&](FakeDevice& d) {
-                     boxdim::testing::answer_codes(d.frame_types, count, frame_types);
-                     return 0;
-                   });
+                                         std::int32_t* types) {
+  return on_device("QueryDeviceSupportFrameType", id, with_buffer(args({id}), types),
+                   [&](FakeDevice& d) { return answer(d.frame_types, count, types); });
 }
 
 std::int32_t QueryDeviceSupportResolution(std::int32_t id, std::int32_t frame_type,
-                                          std::int32_t& count, std::int32_t* resolutions) {
-  return on_device("QueryDeviceSupportResolution", id,
-                   with_buffer(args({id, frame_type}), resolutions), [&](FakeDevice& d) {
-                     boxdim::testing::answer_codes(d.resolutions[frame_type], count, resolutions);
-                     return 0;
-                   });
+                                          std::int32_t& count, std::int32_t* codes) {
+  return on_device("QueryDeviceSupportResolution", id, with_buffer(args({id, frame_type}), codes),
+                   [&](FakeDevice& d) { return answer(d.resolutions[frame_type], count, codes); });
 }
 
 std::int32_t SetFrameResolution(std::int32_t id, std::int32_t frame_type, std::int32_t resolution) {
-  return on_device("SetFrameResolution", id, args({id, frame_type, resolution}),
-                   [](FakeDevice&) { return 0; });
+  return on_device("SetFrameResolution", id, args({id, frame_type, resolution}), no_effect);
 }
 
 std::int32_t StartStreaming(std::int32_t id, std::int32_t stream_type) {
-  return on_device("StartStreaming", id, args({id, stream_type}), [](FakeDevice&) { return 0; });
+  return on_device("StartStreaming", id, args({id, stream_type}), no_effect);
 }
 
 std::int32_t ChangeStreaming(std::int32_t id, std::int32_t stream_type) {
-  return on_device("ChangeStreaming", id, args({id, stream_type}), [](FakeDevice&) { return 0; });
+  return on_device("ChangeStreaming", id, args({id, stream_type}), no_effect);
 }
 
 std::int32_t StopStreaming(std::int32_t id) {
-  return on_device("StopStreaming", id, args({id}), [](FakeDevice&) { return 0; });
+  return on_device("StopStreaming", id, args({id}), no_effect);
 }
 
 std::int32_t GetLastFrameData(std::int32_t id, FrameData*& frame) {
   return on_device("GetLastFrameData", id, args({id}), [&](FakeDevice& d) -> std::int32_t {
-    if (d.frame_sets.empty()) return boxdim::testing::FakeSdk::kNoFrame;
-    auto& sdk = fake_sdk();
+    if (d.frame_sets.empty()) return FakeSdk::kNoFrame;
+    FakeSdk& sdk = fake_sdk();
     sdk.current = std::move(d.frame_sets.front());
     d.frame_sets.pop_front();
-    sdk.current_data.frame_count = static_cast<std::int32_t>(sdk.current.frames.size());
-    sdk.current_data.frame_info = sdk.current.frames.data();
-    sdk.current_data.data = sdk.current.data.data();
+    sdk.current_data = {static_cast<std::int32_t>(sdk.current.frames.size()),
+                        sdk.current.frames.data(), sdk.current.data.data()};
     frame = &sdk.current_data;
     return 0;
   });
 }
 
-namespace {
-
-template <bool FakeDevice::*Member>
-std::int32_t get_switch(const char* name, std::int32_t id, bool& enabled) {
-  return on_device(name, id, args({id}), [&](FakeDevice& d) {
-    enabled = d.*Member;
-    return 0;
-  });
-}
-
-template <bool FakeDevice::*Member>
-std::int32_t set_switch(const char* name, std::int32_t id, bool enabled) {
-  return on_device(name, id, args({id, enabled}), [&](FakeDevice& d) {
-    d.*Member = enabled;
-    return 0;
-  });
-}
-
-}  // namespace
-
-std::int32_t GetFilter(std::int32_t id, bool& on) {
-  return get_switch<&FakeDevice::filter>("GetFilter", id, on);
-}
-std::int32_t SetFilter(std::int32_t id, bool on) {
-  return set_switch<&FakeDevice::filter>("SetFilter", id, on);
-}
-std::int32_t GetMirror(std::int32_t id, bool& on) {
-  return get_switch<&FakeDevice::mirror>("GetMirror", id, on);
-}
-std::int32_t SetMirror(std::int32_t id, bool on) {
-  return set_switch<&FakeDevice::mirror>("SetMirror", id, on);
-}
-std::int32_t GetFlip(std::int32_t id, bool& on) {
-  return get_switch<&FakeDevice::flip>("GetFlip", id, on);
-}
-std::int32_t SetFlip(std::int32_t id, bool on) {
-  return set_switch<&FakeDevice::flip>("SetFlip", id, on);
-}
-std::int32_t GetTrailFilter(std::int32_t id, bool& on) {
-  return get_switch<&FakeDevice::trail_filter>("GetTrailFilter", id, on);
-}
-std::int32_t SetTrailFilter(std::int32_t id, bool on) {
-  return set_switch<&FakeDevice::trail_filter>("SetTrailFilter", id, on);
-}
+std::int32_t GetFilter(std::int32_t id, bool& on) { return get_switch("Filter", id, on); }
+std::int32_t SetFilter(std::int32_t id, bool on) { return set_switch("Filter", id, on); }
+std::int32_t GetMirror(std::int32_t id, bool& on) { return get_switch("Mirror", id, on); }
+std::int32_t SetMirror(std::int32_t id, bool on) { return set_switch("Mirror", id, on); }
+std::int32_t GetFlip(std::int32_t id, bool& on) { return get_switch("Flip", id, on); }
+std::int32_t SetFlip(std::int32_t id, bool on) { return set_switch("Flip", id, on); }
+std::int32_t GetTrailFilter(std::int32_t id, bool& on) { return get_switch("TrailFilter", id, on); }
+std::int32_t SetTrailFilter(std::int32_t id, bool on) { return set_switch("TrailFilter", id, on); }
 
 std::int32_t AddFilter(std::int32_t id, std::int32_t filter_type) {
-  return on_device("AddFilter", id, args({id, filter_type}), [](FakeDevice&) { return 0; });
+  return on_device("AddFilter", id, args({id, filter_type}), no_effect);
 }
 
 std::int32_t GetIntegralTimeRange(std::int32_t id, std::int32_t frame_type, std::int32_t& min,
@@ -283,10 +229,7 @@ std::int32_t GetIntric(std::int32_t id, std::int32_t frame_type, Intrinsics& int
 
 std::int32_t GetRGBD(std::int32_t id, RGBDFrame& frame) {
   return on_device("GetRGBD", id, args({id}), [&](FakeDevice& d) {
-    frame.width = d.rgbd_width;
-    frame.height = d.rgbd_height;
-    frame.depth = d.rgbd_depth.data();
-    frame.color = d.rgbd_color.data();
+    frame = d.rgbd;
     return 0;
   });
 }
@@ -294,14 +237,13 @@ std::int32_t GetRGBD(std::int32_t id, RGBDFrame& frame) {
 // Colours a sample as (low byte, high byte, 7), so a test can tell it was used.
 std::int32_t GetDepthColor(const std::uint16_t* depth, std::int32_t width, std::int32_t height,
                            unsigned char* color) {
-  const std::int32_t status = fake_sdk().enter("GetDepthColor", args({width, height}));
-  if (status != 0) return status;
-  for (std::int32_t i = 0; i < width * height; ++i) {
+  const std::int32_t status = enter("GetDepthColor", args({width, height}));
+  for (std::int32_t i = 0; status == 0 && i < width * height; ++i) {
     color[3 * i] = static_cast<unsigned char>(depth[i] & 0xff);
     color[3 * i + 1] = static_cast<unsigned char>(depth[i] >> 8);
     color[3 * i + 2] = 7;
   }
-  return 0;
+  return status;
 }
 
 }  // namespace Corvane

@@ -4,8 +4,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <opencv2/imgproc.hpp>
 
 #include "app_fixture.h"
@@ -44,21 +42,8 @@ cv::Mat samples_with(int height, int width, const std::function<int(int, int)>& 
   return samples;
 }
 
-std::string file_bytes(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 std::string bytes_of(const cv::Mat& samples) {
   return std::string(reinterpret_cast<const char*>(samples.data), samples.total() * 2);
-}
-
-// The one file in `folder`.
-fs::path only_file(const fs::path& folder) {
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(folder)) files.push_back(entry.path());
-  EXPECT_EQ(files.size(), 1u) << folder;
-  return files.empty() ? fs::path() : files.front();
 }
 
 bool same_image(const cv::Mat& a, const cv::Mat& b) {
@@ -130,9 +115,12 @@ TEST_F(FrameHandlerTest, WalksAllFourKindsOfOneBufferByTheirAdvances) {
   EXPECT_EQ(screen.waits, std::vector<int>{10});
 
   // Saved from the frames' own offsets, colour never.
-  EXPECT_EQ(file_bytes(only_file(scratch.path() / "raw")), bytes_of(raw));
-  EXPECT_EQ(file_bytes(only_file(scratch.path() / "ir")), bytes_of(ir));
-  EXPECT_EQ(file_bytes(only_file(scratch.path() / "depth")), bytes_of(depth));
+  using Saved = std::vector<std::pair<std::string, cv::Mat>>;
+  for (const auto& [folder, samples] : Saved{{"raw", raw}, {"ir", ir}, {"depth", depth}}) {
+    const std::vector<fs::path> files = files_in(scratch.path() / folder);
+    ASSERT_EQ(files.size(), 1u) << folder;
+    EXPECT_EQ(file_bytes(files[0]), bytes_of(samples)) << folder;
+  }
   EXPECT_EQ(std::distance(fs::directory_iterator(scratch.path()), fs::directory_iterator()), 3);
 }
 
@@ -185,16 +173,12 @@ cv::Mat prepared_picture(const cv::Mat& depth) {
   return load_frame(state, depth);
 }
 
-TEST_F(FrameHandlerTest, AFailedMeasurementStillShowsTheEdgeStagePicture) {
+TEST_F(FrameHandlerTest, ShowsTheResultPictureWhenMeasuredAndTheEdgeStagePictureOtherwise) {
   g_stream_types[1] = {1, 2};
   const cv::Mat empty(kH, kW, CV_16UC1, cv::Scalar(0));
-  const MeasuredFrame frame = through_handler(screen, empty);
-  EXPECT_TRUE(same_image(frame.shown, prepared_picture(empty)));
+  EXPECT_TRUE(same_image(through_handler(screen, empty).shown, prepared_picture(empty)));
   EXPECT_FALSE(out.str().empty()) << "the failing stage says why";
-}
 
-TEST_F(FrameHandlerTest, AMeasuredFrameShowsTheResultPicture) {
-  g_stream_types[1] = {1, 2};
   const cv::Mat depth = render_scene(standard_scene()).depth;
   const MeasuredFrame frame = through_handler(screen, depth);
   EXPECT_TRUE(same_image(frame.shown, g_measurement_state.result_image));
@@ -242,11 +226,9 @@ INSTANTIATE_TEST_SUITE_P(Positions, ProbeTest,
                          ::testing::Values(ProbeCase{"PulledToHeightMinus10", 640, 480, 600, 100,
                                                      470},
                                            ProbeCase{"Inside", 640, 480, 300, 200, 300},
-                                           ProbeCase{"SmallFrame", 320, 240, 300, 100, 230},
                                            ProbeCase{"LastPixel", 320, 240, 319, 239, 230},
                                            ProbeCase{"LeftColumn", 640, 480, 0, 100, -1},
                                            ProbeCase{"TopRow", 640, 480, 100, 0, -1},
-                                           ProbeCase{"Released", 640, 480, -1, -1, -1},
                                            ProbeCase{"RightOfFrame", 320, 240, 320, 100, -1},
                                            ProbeCase{"BelowFrame", 320, 240, 100, 240, -1}),
                          CaseName());
@@ -255,12 +237,10 @@ TEST_F(FrameHandlerTest, AlignedStreamShowsTheColouredDepthAndTheColourWithoutMe
   ScratchWorkingDirectory scratch;
   g_stream_types[1] = {1, 7};
   g_save_enabled[1] = true;
-  FakeDevice& device = sdk().add_device(1, 1);
-  device.rgbd_width = kW;
-  device.rgbd_height = kH;
-  device.rgbd_depth.assign(kW * kH, 0x0312);
-  device.rgbd_color.resize(kW * kH * 3);
-  for (std::size_t i = 0; i < device.rgbd_color.size(); ++i) device.rgbd_color[i] = i % 251;
+  const std::vector<std::uint16_t> aligned_depth(kW * kH, 0x0312);
+  std::vector<unsigned char> aligned_colour(kW * kH * 3);
+  for (std::size_t i = 0; i < aligned_colour.size(); ++i) aligned_colour[i] = i % 251;
+  sdk().add_device(1, 1).rgbd = {kW, kH, aligned_depth.data(), aligned_colour.data()};
   FrameSetBuilder frames;
   frames.add(Corvane::kFrameDepth, kW, kH);
   frames.put(0, cv::Mat(kH, kW, CV_16UC1, cv::Scalar(1000)));
@@ -268,11 +248,11 @@ TEST_F(FrameHandlerTest, AlignedStreamShowsTheColouredDepthAndTheColourWithoutMe
 
   handle_frame(1, &data);
 
-  EXPECT_EQ(sdk().calls(), (std::vector<std::string>{"GetRGBD(1)", "GetDepthColor(160,120)"}));
+  EXPECT_EQ(sdk().calls_text(), "GetRGBD(1) GetDepthColor(160,120)");
   const cv::Mat coloured = screen.shown_in("RGBD_depth_1").at(0);
   EXPECT_EQ(coloured.at<cv::Vec3b>(kH - 1, kW - 1), cv::Vec3b(0x12, 0x03, 7));
   const cv::Mat colour = screen.shown_in("RGBD_RGB_1").at(0);
-  EXPECT_TRUE(same_image(colour, cv::Mat(kH, kW, CV_8UC3, device.rgbd_color.data())));
+  EXPECT_TRUE(same_image(colour, cv::Mat(kH, kW, CV_8UC3, aligned_colour.data())));
   EXPECT_TRUE(g_measurement_state.depth.empty());
   EXPECT_EQ(fs::directory_iterator(scratch.path()), fs::directory_iterator()) << "nothing saved";
   EXPECT_EQ(g_frame_counts[1].count, 1);

@@ -15,9 +15,7 @@ namespace {
 
 using Points = std::vector<cv::Point>;
 
-class LineFitting : public testing::StageTest {
- protected:
-};
+using LineFitting = testing::StageTest;
 
 TEST_F(LineFitting, FitsTheInliersAmongOutliers) {
   const Points outliers = {{20, 0}, {0, 30}, {25, 10}, {-10, 20}, {15, 5}};

@@ -6,15 +6,13 @@
 #include <fstream>
 #include <sstream>
 
-#include "cli/temp_dir.h"
+#include "support/scratch_working_directory.h"
 #include "support/test_frames.h"
 
 namespace boxdim {
 namespace {
 
-class DiagnosticsTest : public testing::StageTest {
- protected:
-};
+using DiagnosticsTest = testing::StageTest;
 
 TEST_F(DiagnosticsTest, TrimmingKeepsTheFirstStepEntriesWhereverTheGapIs) {
   // A spacing of 100 puts a gap of more than 50 mm at every step.
@@ -36,33 +34,25 @@ TEST_F(DiagnosticsTest, TrimmingKeepsTheFirstStepEntriesWhereverTheGapIs) {
 // save_dists writes into the working directory: run it in a scratch one.
 class SaveDistsTest : public DiagnosticsTest {
  protected:
-  void SetUp() override {
-    DiagnosticsTest::SetUp();
-    std::filesystem::current_path(dir.path());
-  }
-  void TearDown() override { std::filesystem::current_path(previous); }
-
-  std::filesystem::path previous = std::filesystem::current_path();
-  testing::TempDir dir;
+  testing::ScratchWorkingDirectory scratch;
 };
 
-TEST_F(SaveDistsTest, WritesDistancesBelowTheTopFaceAndTheGbkMessage) {
+// Both messages are GBK: "数据已成功保存到dists.txt文件中。" and "无法打开文件！".
+TEST_F(SaveDistsTest, WritesDistancesBelowTheTopFaceOrReportsAndIsTrueEitherWay) {
   state.plane.d = -800.0f;
   EXPECT_TRUE(save_dists(state, {1000.0f, 1000.25f, 1234.5678f}));
   std::stringstream content;
   content << std::ifstream("dists12.txt").rdbuf();
   EXPECT_EQ(content.str(), "200\n200.25\n434.568\n");
-  // "数据已成功保存到dists.txt文件中。" in GBK.
   EXPECT_EQ(log.str(),
             "\xca\xfd\xbe\xdd\xd2\xd1\xb3\xc9\xb9\xa6\xb1\xa3\xb4\xe6\xb5\xbd"
             "dists.txt\xce\xc4\xbc\xfe\xd6\xd0\xa1\xa3\n");
   EXPECT_EQ(errors.str(), "");
-}
 
-TEST_F(SaveDistsTest, UnwritableFileIsReportedInGbkAndStillTrue) {
+  log.str("");
+  std::filesystem::remove("dists12.txt");
   std::filesystem::create_directory("dists12.txt");
   EXPECT_TRUE(save_dists(state, {1.0f}));
-  // "无法打开文件！" in GBK.
   EXPECT_EQ(errors.str(), "\xce\xde\xb7\xa8\xb4\xf2\xbf\xaa\xce\xc4\xbc\xfe\xa3\xa1\n");
   EXPECT_EQ(log.str(), "");
 }

@@ -51,31 +51,29 @@ INSTANTIATE_TEST_SUITE_P(
                       SpikeCase{"corner_301_above", 0, 0, 0, 361, true},
                       SpikeCase{"corner_300_above", 0, 0, 0, 360, false},
                       SpikeCase{"bottom_right_301_above", 479, 639, 0, 361, true},
-                      // Nine samples of 8,000 mm sum to 72,000, which wraps to 6,464: the
-                      // mean is 718 and the sample is dropped although it equals the rest.
-                      SpikeCase{"far_surface_wraps", 200, 300, 8000, 8000, true},
                       // Six samples of 8,000 (top row) sum to 48,000 and do not wrap.
                       SpikeCase{"far_top_row_no_wrap", 0, 300, 8000, 8000, false},
+                      // Nine samples of 7,282 mm sum to 65,538, which wraps to 2: the mean
+                      // is 0 and the sample is dropped although it equals the rest.
                       SpikeCase{"just_below_wrap", 200, 300, 7281, 7281, false},
                       SpikeCase{"just_above_wrap", 200, 300, 7282, 7282, true}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// At the first column the left neighbours are the last samples of the rows
-// above in memory; a bright sample there raises the mean enough to keep a
-// sample that would otherwise be a spike.
-TEST(SpikeFilter, FirstColumnAveragesTheLastSampleOfThePreviousRow) {
+// At the first and last columns the outer neighbours are the samples beside
+// them in memory, in the rows above and below: a bright one there raises the
+// mean enough to keep a sample that would otherwise be a spike.
+TEST(SpikeFilter, EdgeColumnsAverageTheirNeighboursInMemory) {
   Grid grid = grid_of(0);
   at(grid, 10, 0) = 1000;
-  EXPECT_EQ(filtered(grid)[10 * kSpikeGridCols], 0) << "1000 > 1000/9 + 300";
+  at(grid, 20, 639) = 1000;
+  const Grid alone = filtered(grid);
+  EXPECT_EQ(alone[10 * kSpikeGridCols], 0) << "1000 > 1000/9 + 300";
+  EXPECT_EQ(alone[20 * kSpikeGridCols + 639], 0);
   at(grid, 9, 639) = 6000;  // memory neighbour of (10, 0): index 10*640 - 1
-  EXPECT_EQ(filtered(grid)[10 * kSpikeGridCols], 1000) << "mean (6000 + 1000) / 9 = 777";
-}
-
-TEST(SpikeFilter, LastColumnAveragesTheFirstSampleOfTheNextRow) {
-  Grid grid = grid_of(0);
-  at(grid, 10, 639) = 1000;
-  at(grid, 11, 0) = 6000;
-  EXPECT_EQ(filtered(grid)[10 * kSpikeGridCols + 639], 1000);
+  at(grid, 21, 0) = 6000;   // memory neighbour of (20, 639)
+  const Grid kept = filtered(grid);
+  EXPECT_EQ(kept[10 * kSpikeGridCols], 1000) << "mean (6000 + 1000) / 9 = 777";
+  EXPECT_EQ(kept[20 * kSpikeGridCols + 639], 1000);
 }
 
 cv::Mat frame_with_step(int width, int height, std::uint16_t near_mm, std::uint16_t far_mm,
@@ -131,25 +129,20 @@ TEST(PrepareFrame, DrawsTheGreenCentreMarkerOnACopyForDisplay) {
 
 // Frames of other sizes: the filter reads the samples as a 640-stride grid
 // padded with zeros, and the picture reads the filtered grid back at the
-// frame's own size.
-TEST(PrepareFrame, SmallerFramesAreFilteredAsThePrefixOfAZeroPaddedGrid) {
+// frame's own size; a larger frame keeps its samples beyond the grid.
+TEST(PrepareFrame, OtherFrameSizesAreFilteredOnTheFixedGrid) {
   MeasurementState state;
   cv::Mat depth(240, 320, CV_16UC1, cv::Scalar(1000));
   testing::load_frame(state, depth);
   ASSERT_EQ(state.result_image.size(), cv::Size(320, 240));
   ASSERT_EQ(state.edge_image.size(), cv::Size(320, 240));
-
   Grid grid = grid_of(0);
   std::copy(depth.begin<std::uint16_t>(), depth.end<std::uint16_t>(), grid.begin());
   const Grid expected = filtered(grid);
   EXPECT_TRUE(
       std::equal(expected.begin(), expected.begin() + 320 * 240, state.spike_filtered.begin()));
-}
 
-TEST(PrepareFrame, LargerFramesKeepTheirSamplesBeyondTheGrid) {
-  MeasurementState state;
-  cv::Mat depth(500, 700, CV_16UC1, cv::Scalar(1234));
-  testing::load_frame(state, depth);
+  testing::load_frame(state, cv::Mat(500, 700, CV_16UC1, cv::Scalar(1234)));
   ASSERT_EQ(state.result_image.size(), cv::Size(700, 500));
   EXPECT_EQ(state.spike_filtered.back(), 1234);
 }

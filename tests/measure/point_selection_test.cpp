@@ -7,9 +7,7 @@
 namespace boxdim {
 namespace {
 
-class PointSelectionTest : public testing::StageTest {
- protected:
-};
+using PointSelectionTest = testing::StageTest;
 
 // Frames whose centre window (rows 225..254, cols 305..334 of a 640 x 480
 // frame) holds `deep` samples deeper than 100 mm on its 8 x 8 grid; the other
@@ -43,10 +41,9 @@ TEST_P(CentreSelectionTest, NeedsFiftySamplesStrictlyDeeperThan100mm) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Counts, CentreSelectionTest,
-                         ::testing::Values(CentreCase{64, 0, true}, CentreCase{50, 0, true},
-                                           CentreCase{49, 0, false},
+                         ::testing::Values(CentreCase{50, 0, true}, CentreCase{49, 0, false},
                                            // exactly 100 mm is not deeper than 100 mm
-                                           CentreCase{49, 100, false}, CentreCase{0, 100, false}));
+                                           CentreCase{49, 100, false}));
 
 TEST_F(PointSelectionTest, CentreSamplesAreStoredAsRowColumnInScanOrder) {
   testing::load_cloud(state, centre_frame(64, 0));
@@ -104,7 +101,6 @@ INSTANTIATE_TEST_SUITE_P(
                       PlaneCase{"at_the_limit_is_out", 200, 1025, 3000, 25, 0},
                       PlaneCase{"just_inside", 200, 1024, 3000, 25, 200},
                       // Without depth a point sits on the origin, |d| = 1000 away.
-                      PlaneCase{"zero_depth_far_plane", 200, 0, 3000, 25, 0},
                       PlaneCase{"zero_depth_near_limit", 200, 0, 3000, 1001, 200},
                       PlaneCase{"whole_grid", 0, 0, 1000, 25, 160 * 120}),
     [](const auto& info) { return std::string(info.param.name); });

@@ -51,77 +51,57 @@ TEST(ExtractTopFace, KeepsTheOutlineAroundTheCentreAndThePointsStrictlyInside) {
   EXPECT_EQ(state.selected_pixels.back(), cv::Point(4 * 74, 4 * 118));
 }
 
-TEST(ExtractTopFace, KeepsOnlyTheBlobAroundTheCentreWhateverTheSizes) {
-  MeasurementState state;
-  cv::Mat cells = empty_cells();
-  fill(cells, {0, 0, 160, 30});  // larger, away from the centre
-  fill(cells, kFaceAroundCentre);
-  select_cells(state, cells);
-  extract_top_face(state);
-  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), kFaceAroundCentre);
-  EXPECT_EQ(state.selected_pixels.size(), interior_cells(kFaceAroundCentre));
-}
-
-TEST(ExtractTopFace, OpeningCutsOneCellWideBridges) {
-  MeasurementState state;
-  cv::Mat cells = empty_cells();
-  fill(cells, kFaceAroundCentre);
-  fill(cells, {130, 40, 20, 36});
-  fill(cells, {120, 55, 10, 1});  // bridge from the face to the other blob
-  select_cells(state, cells);
-  extract_top_face(state);
-  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), kFaceAroundCentre);
-}
-
-TEST(ExtractTopFace, OpeningRemovesSpecklesAndClosingFillsPinholes) {
-  MeasurementState state;
-  cv::Mat cells = empty_cells();
-  fill(cells, kFaceAroundCentre);
-  cells.at<std::uint8_t>(60, 60) = 0;    // a missing sample inside the face
-  cells.at<std::uint8_t>(10, 10) = 255;  // a stray sample far away
-  select_cells(state, cells);
-  extract_top_face(state);
-  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), kFaceAroundCentre);
-  EXPECT_EQ(state.selected_pixels.size(), interior_cells(kFaceAroundCentre) - 1);
-}
-
-TEST(ExtractTopFace, AFaceTouchingTheBorderStillHasOneOutlineWhoseCellsAreDropped) {
-  MeasurementState state;
-  cv::Mat cells = empty_cells();
-  const cv::Rect face(20, 0, 120, 120);  // every row, top to bottom
-  fill(cells, face);
-  select_cells(state, cells);
-  extract_top_face(state);
-  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), face);
-  EXPECT_EQ(state.selected_pixels.size(), interior_cells(face));
-}
-
-struct EmptyCase {
+struct FaceCase {
   const char* name;
-  cv::Rect face;
+  std::vector<cv::Rect> filled;    // cells set, x = column, y = row
+  std::vector<cv::Point> cleared;  // cells unset afterwards, x = column
+  cv::Rect outline;                // empty: no face around the centre
+  std::size_t kept;                // selected points left
 };
 
-class NoFaceTest : public ::testing::TestWithParam<EmptyCase> {};
+class TopFaceCases : public ::testing::TestWithParam<FaceCase> {};
 
-TEST_P(NoFaceTest, LeavesContourAndSelectionEmpty) {
+TEST_P(TopFaceCases, KeepOnlyTheCleanedOutlineAroundTheCentreAndThePointsInside) {
   MeasurementState state;
   cv::Mat cells = empty_cells();
-  if (!GetParam().face.empty()) fill(cells, GetParam().face);
+  for (const cv::Rect& rect : GetParam().filled) fill(cells, rect);
+  for (const cv::Point& cell : GetParam().cleared) cells.at<std::uint8_t>(cell) = 0;
   select_cells(state, cells);
   extract_top_face(state);
-  EXPECT_TRUE(state.top_rect_contour_points.empty());
-  EXPECT_TRUE(state.selected_pixels.empty());
-  EXPECT_TRUE(state.selected_points.empty());
+  EXPECT_EQ(cv::boundingRect(state.top_rect_contour_points), GetParam().outline);
+  EXPECT_EQ(state.selected_pixels.size(), GetParam().kept);
+  EXPECT_EQ(state.selected_points.size(), GetParam().kept);
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, NoFaceTest,
-                         ::testing::Values(EmptyCase{"nothing_selected", {}},
-                                           EmptyCase{"face_beside_the_centre", {90, 40, 40, 40}},
-                                           // The outline's left edge runs through the centre cell.
-                                           EmptyCase{"centre_on_the_outline", {80, 40, 40, 40}},
-                                           EmptyCase{"single_cell_line_through_centre",
-                                                     {0, 60, 160, 1}}),
-                         [](const auto& info) { return std::string(info.param.name); });
+const std::size_t kFaceInterior = interior_cells(kFaceAroundCentre);
+
+INSTANTIATE_TEST_SUITE_P(
+    Masks, TopFaceCases,
+    ::testing::Values(
+        FaceCase{"larger_blob_away_from_centre",
+                 {{0, 0, 160, 30}, kFaceAroundCentre},
+                 {},
+                 kFaceAroundCentre,
+                 kFaceInterior},
+        // A one-cell-wide bridge to another blob is opened away.
+        FaceCase{"bridge",
+                 {kFaceAroundCentre, {130, 40, 20, 36}, {120, 55, 10, 1}},
+                 {},
+                 kFaceAroundCentre,
+                 kFaceInterior},
+        // Opening removes a stray cell; closing fills a pinhole, whose point stays lost.
+        FaceCase{"speckle_and_pinhole",
+                 {kFaceAroundCentre, {10, 10, 1, 1}},
+                 {{60, 60}},
+                 kFaceAroundCentre,
+                 kFaceInterior - 1},
+        FaceCase{"touching_the_border", {{20, 0, 120, 120}}, {}, {20, 0, 120, 120}, 118 * 118},
+        FaceCase{"nothing_selected", {}, {}, {}, 0},
+        FaceCase{"face_beside_the_centre", {{90, 40, 40, 40}}, {}, {}, 0},
+        // The outline's left edge runs through the centre cell.
+        FaceCase{"centre_on_the_outline", {{80, 40, 40, 40}}, {}, {}, 0},
+        FaceCase{"single_cell_line_through_centre", {{0, 60, 160, 1}}, {}, {}, 0}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ExtractTopFace, TinyFramesWithoutMaskCellsSelectNothing) {
   MeasurementState state;

@@ -90,14 +90,8 @@ TEST(CameraConfig, BadScenesNameTheItemAndTheReason) {
        "roll, yaw, offset, noise, flying, dropout, seed)"},
       {"yaw=1,yaw=2", "BOXDIM_SCENE: 'yaw=2' sets yaw a second time"},
       {"offset=20", "BOXDIM_SCENE: 'offset=20' needs DX:DY in mm"},
-      {"offset=20,10", "BOXDIM_SCENE: 'offset=20' needs DX:DY in mm"},
       {"seed=-1", "BOXDIM_SCENE: 'seed=-1' needs a whole number from 0"},
       {"seed=2.5", "BOXDIM_SCENE: 'seed=2.5' needs a whole number from 0"},
-      {"tilt=70", "BOXDIM_SCENE: tilt must stay within +-60 degrees (exclusive) (got 70 degrees)"},
-      {"camera-height=250",
-       "BOXDIM_SCENE: camera height must be at least 100 mm above the box "
-       "top (got 50 mm between them)"},
-      {"flying=2", "BOXDIM_SCENE: flying pixel probability must lie in [0, 1] (got 2)"},
   };
   for (const auto& [text, message] : cases) {
     EXPECT_EQ(error_of([&] { parse_scene(text); }), message) << text;
