@@ -153,12 +153,18 @@ void BM_whole_frame(benchmark::State& bench, SceneKind kind) {
   if (!measured) bench.SkipWithError("the benchmark scene was not measured");
 }
 
+// A fixed count: restoring the state before each iteration costs more than
+// the quick stages, and would stretch an open-ended run to minutes.
+constexpr int kStageIterations = 400;
+
 #define BOXDIM_STAGE_BENCHMARK(name, stage)                                \
   BENCHMARK_CAPTURE(BM_stage, name##_top_down, stage, SceneKind::kTopDown) \
       ->Name(#name "/top_down")                                            \
+      ->Iterations(kStageIterations)                                       \
       ->Unit(benchmark::kMillisecond);                                     \
   BENCHMARK_CAPTURE(BM_stage, name##_tilted, stage, SceneKind::kTilted)    \
       ->Name(#name "/tilted")                                              \
+      ->Iterations(kStageIterations)                                       \
       ->Unit(benchmark::kMillisecond)
 
 BOXDIM_STAGE_BENCHMARK(prepare_frame, kPrepareFrame);
