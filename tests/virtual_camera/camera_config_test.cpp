@@ -26,37 +26,25 @@ std::string error_of(const std::function<void()>& parse) {
   return "";
 }
 
-TEST(CameraConfig, DeviceListsBecomeDevicesInOrder) {
-  // Each device as text: S and its type, or R and its folder.
+// Each device as text, S and its type or R and its folder; or the error.
+TEST(CameraConfig, DeviceListsBecomeDevicesInOrderOrNameTheBadItem) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", ""},
-      {"sim", "S1 "},
-      {"sim, sim:7 ,replay:/data/capture", "S1 S7 R/data/capture "},
-      {"replay:C:/captures", "RC:/captures "},
+      {"sim, sim:7 ,replay:C:/captures", "S1 S7 RC:/captures "},
+      {"sim,sim:0", "BOXDIM_CAMERA: 'sim:0' has no device type 0 (1-7)"},
+      {"replay:", "BOXDIM_CAMERA: 'replay:' names no capture folder"},
+      {"SIM", "BOXDIM_CAMERA: 'SIM' is not a device (sim, sim:TYPE or replay:DIR)"},
+      {"sim,", "BOXDIM_CAMERA: 'sim,' has an empty item"},
   };
   for (const auto& [text, expected] : cases) {
     std::string devices;
-    for (const ConfiguredDevice& d : parse_devices(text)) {
-      devices += d.source == Source::kReplay ? "R" + d.folder : "S" + std::to_string(d.type);
-      devices += " ";
-    }
-    EXPECT_EQ(devices, expected) << text;
-  }
-}
-
-TEST(CameraConfig, BadDeviceListsNameTheItemAndTheReason) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"sim:9", "BOXDIM_CAMERA: 'sim:9' has no device type 9 (1-7)"},
-      {"sim,sim:0", "BOXDIM_CAMERA: 'sim:0' has no device type 0 (1-7)"},
-      {"sim:x", "BOXDIM_CAMERA: 'sim:x' has no device type x (1-7)"},
-      {"sim:3.5", "BOXDIM_CAMERA: 'sim:3.5' has no device type 3.5 (1-7)"},
-      {"replay:", "BOXDIM_CAMERA: 'replay:' names no capture folder"},
-      {"SIM", "BOXDIM_CAMERA: 'SIM' is not a device (sim, sim:TYPE or replay:DIR)"},
-      {"sim,,sim", "BOXDIM_CAMERA: 'sim,,sim' has an empty item"},
-      {"sim,", "BOXDIM_CAMERA: 'sim,' has an empty item"},
-  };
-  for (const auto& [text, message] : cases) {
-    EXPECT_EQ(error_of([&] { parse_devices(text); }), message) << text;
+    const std::string error = error_of([&] {
+      for (const ConfiguredDevice& d : parse_devices(text)) {
+        devices += d.source == Source::kReplay ? "R" + d.folder : "S" + std::to_string(d.type);
+        devices += " ";
+      }
+    });
+    EXPECT_EQ(devices + error, expected) << text;
   }
 }
 
@@ -74,23 +62,17 @@ TEST(CameraConfig, SceneItemsSetTheirParameters) {
   const SceneParameters tilted = parse_scene(" tilt = 4 ");
   EXPECT_EQ(tilted.tilt_deg, 4.0f);
   EXPECT_EQ(tilted.yaw_deg, 15.0f);
-  EXPECT_EQ(tilted.noise.sigma_at_1m_mm, 1.0f);
 }
 
 TEST(CameraConfig, BadScenesNameTheItemAndTheReason) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"box=400x300", "BOXDIM_SCENE: 'box=400x300' needs LxWxH in mm"},
-      {"box=400xaxb", "BOXDIM_SCENE: 'box=400xaxb' needs LxWxH in mm"},
       {"tilt", "BOXDIM_SCENE: 'tilt' is not key=value"},
       {"yaw=10,tilt=ten", "BOXDIM_SCENE: 'tilt=ten' is not a number"},
-      {"tilt=", "BOXDIM_SCENE: 'tilt=' is not a number"},
-      {"noise=1e999", "BOXDIM_SCENE: 'noise=1e999' is not a number"},
       {"zoom=2",
        "BOXDIM_SCENE: 'zoom=2' has an unknown key 'zoom' (box, camera-height, tilt, "
        "roll, yaw, offset, noise, flying, dropout, seed)"},
       {"yaw=1,yaw=2", "BOXDIM_SCENE: 'yaw=2' sets yaw a second time"},
-      {"offset=20", "BOXDIM_SCENE: 'offset=20' needs DX:DY in mm"},
-      {"seed=-1", "BOXDIM_SCENE: 'seed=-1' needs a whole number from 0"},
       {"seed=2.5", "BOXDIM_SCENE: 'seed=2.5' needs a whole number from 0"},
   };
   for (const auto& [text, message] : cases) {
@@ -100,26 +82,14 @@ TEST(CameraConfig, BadScenesNameTheItemAndTheReason) {
 
 class InitReportTest : public testing::VirtualCameraTest {};
 
+// A value that parses but cannot be rendered fails InitSDK all the same.
 TEST_F(InitReportTest, ABadVariableFailsInitWithOneLine) {
-  struct Case {
-    const char* camera;
-    const char* scene;
-    std::string line;
-  };
-  const std::vector<Case> cases = {
-      {"sim:9", "", "corvane_sdk: BOXDIM_CAMERA: 'sim:9' has no device type 9 (1-7)\n"},
-      {"sim", "box=0x300x200",
-       "corvane_sdk: BOXDIM_SCENE: box length must be positive (got 0 mm)\n"},
-      {nullptr, "seed=x", "corvane_sdk: BOXDIM_SCENE: 'seed=x' needs a whole number from 0\n"},
-  };
-  for (const Case& c : cases) {
-    ::testing::internal::CaptureStderr();
-    const std::int32_t status = init(c.camera, c.scene);
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), c.line);
-    EXPECT_EQ(status, kBadConfiguration);
-    std::int32_t count = 0;
-    EXPECT_EQ(Corvane::FindDevice(count, nullptr), kNotInitialised) << "initialised all the same";
-  }
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(init("sim", "box=0x300x200"), kBadConfiguration);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "corvane_sdk: BOXDIM_SCENE: box length must be positive (got 0 mm)\n");
+  std::int32_t count = 0;
+  EXPECT_EQ(Corvane::FindDevice(count, nullptr), kNotInitialised) << "initialised all the same";
 }
 
 }  // namespace
