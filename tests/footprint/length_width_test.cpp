@@ -56,37 +56,6 @@ TEST_F(LengthWidth, OppositeSidesAgreeWithinThirtyPercentBoundsIncluded) {
   }
 }
 
-// A 120-point square contour of side 30 with corners at the given indices.
-// The first and last five points of each side, which the segments must leave
-// out, are pushed 2 pixels inwards (within the RANSAC band), as rounded
-// corners would be.
-class ContourSides : public LengthWidth, public ::testing::WithParamInterface<std::vector<int>> {};
-
-TEST_P(ContourSides, FitTheTrimmedSegmentsAndScaleToFullResolution) {
-  const std::vector<int>& corners = GetParam();
-  const cv::Point vertices[4] = {{20, 20}, {50, 20}, {50, 50}, {20, 50}};
-  state.top_rect_contour_points.resize(120);
-  for (int side = 0; side < 4; ++side) {
-    const cv::Point dir = (vertices[(side + 1) % 4] - vertices[side]) / 30;
-    for (int m = 0; m < 30; ++m) {
-      const cv::Point rounding = m < 5 || m >= 25 ? 2 * cv::Point(-dir.y, dir.x) : cv::Point();
-      state.top_rect_contour_points[(corners[side] + m) % 120] =
-          vertices[side] + m * dir + rounding;
-    }
-  }
-  ASSERT_TRUE(fit_contour_edge_lines(state, corners)) << log.str();
-  const Corners expected = {{200, 80}, {200, 200}, {80, 200}, {80, 80}};
-  ASSERT_EQ(state.coarse_corners.size(), 4u);
-  for (int i = 0; i < 4; ++i) EXPECT_LT(cv::norm(state.coarse_corners[i] - expected[i]), 1e-3);
-}
-
-// The last side wraps: for 10, 40, 70, 100 it keeps k = 105..119 and 0..4;
-// for 25, 55, 85, 115 all of it lies past the end.
-INSTANTIATE_TEST_SUITE_P(CornerIndices, ContourSides,
-                         ::testing::Values(std::vector<int>{10, 40, 70, 100},
-                                           std::vector<int>{25, 55, 85, 115}),
-                         [](const auto& info) { return "From" + std::to_string(info.param[0]); });
-
 // A synthetic frame: the face's contour on the quarter image, its outline on
 // the edge image, and the flat plane at `depth`: n pixels measure n * depth / 512.
 TEST_F(LengthWidth, KeepsTheLongerSideAsLengthAndRejectsUnderFiveCentimetres) {
