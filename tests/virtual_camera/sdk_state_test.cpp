@@ -27,15 +27,12 @@ TEST_F(SdkStateTest, EachCallIsRefusedForItsReasonInTurn) {
   char text[64];
   FrameData* frame = nullptr;
   RGBDFrame pair{};
-  std::uint16_t depth = 1000;
   unsigned char colour[3];
   DeviceInfo devices[2];
   const DeviceInfo first{1, 1, 0, {}, 0, 0};
   // Each step runs after the ones before it.
   const std::vector<Step> steps = {
       {"FindDevice before InitSDK", [&] { return FindDevice(n, nullptr); }, kNotInitialised},
-      {"GetDepthColor before InitSDK", [&] { return GetDepthColor(&depth, 1, 1, colour); },
-       kNotInitialised},
       {"InitSDK", [&] { return init("sim,sim:7"); }, kOk},
       {"InitSDK again", [] { return InitSDK(); }, kAlreadyInitialised},
       {"OpenDevice before FindDevice", [&] { return OpenDevice(first); }, kUnknownDevice},
