@@ -47,9 +47,7 @@ class ReplayTest : public VirtualCameraTest {
     write_frame(dir.path() / "ir" / name("ir", 100), 333);
     write_frame(dir.path() / "depth" / "2_8x6-depth_100.raw", 2100);
     write_frame(dir.path() / "depth" / "notes.txt", 0);
-    write_frame(dir.path() / "depth" / "1_8x6-depth_.raw", 0);
     write_frame(dir.path() / "depth" / name("depth", 102), 1102, 95);
-    write_frame(dir.path() / "depth" / name("ir", 103), 0);
     camera = "replay:" + dir.path().string();
   }
 
@@ -81,11 +79,10 @@ TEST_F(ReplayTest, PlaysTheSetsOfEachStreamInTimeOrderAndLoops) {
   ::testing::internal::CaptureStderr();
   open_first(camera.c_str());
   const std::string warnings = ::testing::internal::GetCapturedStderr();
-  for (const std::string& file : {std::string("notes.txt"), std::string("1_8x6-depth_.raw"),
-                                  name("depth", 102), name("ir", 103)}) {
+  for (const std::string& file : {std::string("notes.txt"), name("depth", 102)}) {
     EXPECT_NE(warnings.find(file), std::string::npos) << file << " not named in\n" << warnings;
   }
-  EXPECT_EQ(std::count(warnings.begin(), warnings.end(), '\n'), 4) << warnings;
+  EXPECT_EQ(std::count(warnings.begin(), warnings.end(), '\n'), 2) << warnings;
 
   for (const auto& [stream, sets] : cases) {
     SCOPED_TRACE(::testing::Message() << "stream " << stream);
