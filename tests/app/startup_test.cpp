@@ -95,16 +95,10 @@ INSTANTIATE_TEST_SUITE_P(
         ConfigurationCase{"Type1", 1,
                           "SetFrameResolution(1,2,2) SetFrameResolution(1,4,4) StartStreaming(1,2)",
                           "depth_1"},
-        ConfigurationCase{"Type2", 2,
-                          "SetFrameResolution(1,2,2) SetFrameResolution(1,4,4) StartStreaming(1,2)",
-                          "depth_1"},
         ConfigurationCase{"Type3", 3, "SetFrameResolution(1,2,1) StartStreaming(1,4)",
-                          "depth_1 ir_1"},
-        ConfigurationCase{"Type4", 4, "SetFrameResolution(1,2,1) StartStreaming(1,4)",
                           "depth_1 ir_1"},
         ConfigurationCase{"Type5", 5, "SetFrameResolution(1,2,1) StartStreaming(1,2)", "depth_1"},
         ConfigurationCase{"Type6", 6, "SetFrameResolution(1,2,2) StartStreaming(1,2)", "depth_1"},
-        ConfigurationCase{"Type7", 7, "SetFrameResolution(1,2,2) StartStreaming(1,2)", "depth_1"},
         ConfigurationCase{"Type8", 8, "", ""}),
     CaseName());
 

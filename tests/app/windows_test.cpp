@@ -51,8 +51,7 @@ INSTANTIATE_TEST_SUITE_P(
                                  7,
                                  {{"RGBD_depth_3", 1}, {"RGBD_RGB_3", 1}},
                                  {"depth_3", "ir_3", "RGB_3"},
-                                 {}},
-                      WindowCase{"Stream8", 8, {}, {}, {}}),
+                                 {}}),
     CaseName());
 
 TEST_F(AppTest, ShowsOnlyInWindowsThatStillExist) {
@@ -99,8 +98,7 @@ INSTANTIATE_TEST_SUITE_P(
         MouseCase{"DragWithCtrl", cv::EVENT_MOUSEMOVE,
                   cv::EVENT_FLAG_LBUTTON | cv::EVENT_FLAG_CTRLKEY, "x:40 y:30\n", 40, 30},
         MouseCase{"RightDrag", cv::EVENT_MOUSEMOVE, cv::EVENT_FLAG_RBUTTON, "", 5, 6},
-        MouseCase{"Release", cv::EVENT_LBUTTONUP, 0, "", -1, -1},
-        MouseCase{"RightPress", cv::EVENT_RBUTTONDOWN, 0, "", 5, 6}),
+        MouseCase{"Release", cv::EVENT_LBUTTONUP, 0, "", -1, -1}),
     CaseName());
 
 }  // namespace

@@ -61,6 +61,7 @@ TEST_F(CornerSearch, DiagonalPairKeepsAllFourCornersAndTheFirstOfTiedPairs) {
 // side. Rotating or reversing the outline puts the third corner found by the
 // second search in each of its three stretches.
 struct EdgeCase {
+  const char* name;
   bool reversed;
   int rotation;  // the traced point that becomes the first
   std::vector<int> indices;
@@ -85,7 +86,8 @@ TEST_P(CornerSearchEdge, FindsTheTopCornersAndLogsInOrder) {
 INSTANTIATE_TEST_SUITE_P(
     Trapezoid, CornerSearchEdge,
     ::testing::Values(
-        EdgeCase{false,
+        EdgeCase{"ThirdAfterSecond",
+                 false,
                  0,
                  {0, 16, 20, 30},
                  "num ratio: 0.888889\n"
@@ -95,7 +97,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "temp_dis1 : 2.94086  temp_dis2:   0.4  temp_idx1: 30 temp_idx2: 18\n"
                  "first :0  second:16  third: 20   fourth:30\n"},
         // (3, 4) becomes point 0 and, tied with (13, 4), the third corner.
-        EdgeCase{false,
+        EdgeCase{"ThirdBeforeFirst",
+                 false,
                  30,
                  {0, 4, 20, 24},
                  "num ratio: 0.888889\n"
@@ -104,7 +107,8 @@ INSTANTIATE_TEST_SUITE_P(
                  " 0 < third_idx < first_idx \n"
                  "temp_dis1 : 0.4  temp_dis2:   2.94086  temp_idx1: 2 temp_idx2: 24\n"
                  "first :4  second:20  third: 0   fourth:24\n"},
-        EdgeCase{true,
+        EdgeCase{"ThirdBetween",
+                 true,
                  0,
                  {0, 4, 14, 18},
                  "num ratio: 1.125\n"
@@ -112,7 +116,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "first :0  second:18  third: 4   fourth:19\n"
                  " first_idx < third_idx < second_idx\n"
                  "temp_dis1 : 0.4  temp_dis2:   2.94086  temp_idx1: 2 temp_idx2: 14\n"
-                 "first :0  second:18  third: 4   fourth:14\n"}));
+                 "first :0  second:18  third: 4   fourth:14\n"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 // A pentagon symmetric about x = 12: its wall corners have the larger sum of
 // distances to the base's ends, but the apex, farther from the base, is the
@@ -137,7 +142,6 @@ TEST_F(CornerSearch, FailsWithOneLineAndNoCornersWithoutFourDistinctCorners) {
   const std::vector<std::pair<Contour, std::string>> cases = {
       {{}, "top_rect_contour_points is empty! \n"},
       {{{2, 3}}, degenerate},
-      {{{2, 3}, {2, 3}, {2, 3}}, degenerate},
       {{{0, 0}, {10, 0}, {5, 1}}, degenerate},  // nothing between the farthest pair
       {{{0, 0}, {5, 1}, {10, 0}}, degenerate},  // nothing beyond it
   };

@@ -17,25 +17,6 @@ using Points = std::vector<cv::Point>;
 
 using LineFitting = testing::StageTest;
 
-TEST_F(LineFitting, FitsTheInliersAmongOutliers) {
-  const Points outliers = {{20, 0}, {0, 30}, {25, 10}, {-10, 20}, {15, 5}};
-  for (const cv::Point step : {cv::Point(1, 0), cv::Point(1, 2), cv::Point(0, 3)}) {
-    Points points = outliers;
-    for (int i = 0; i < 15; ++i) {
-      points.insert(points.begin() + std::min<std::ptrdiff_t>(2 * i, points.size()), i * step);
-    }
-    for (std::time_t seed : {1, 1700000000}) {
-      testing::capture_state(state, log, errors, seed);
-      cv::Vec4f line;
-      ASSERT_TRUE(ransac_fitline(state, points, line));
-      // The direction is the step's, and the line passes through the origin.
-      EXPECT_NEAR(std::abs(line[0] * step.y - line[1] * step.x), 0.0, 1e-5) << step;
-      EXPECT_NEAR(line[2] * line[1] - line[3] * line[0], 0.0, 1e-3) << step;
-    }
-  }
-  EXPECT_EQ(log.str(), "");
-}
-
 Points zigzag(int count, int rise) {
   Points points;
   for (int i = 0; i < count; ++i) points.emplace_back(3 * i, i % 2 == 0 ? 0 : rise);
@@ -107,11 +88,6 @@ const char* const kNoConsensus = "ransac_fitline error; \n";
 INSTANTIATE_TEST_SUITE_P(
     Outlines, RefineEdges,
     ::testing::Values(
-        RefineCase{"FromOffsetCorners",
-                   {{104, 97}, {297, 103}, {302, 246}, {98, 253}},
-                   {{100, 100, 201, 151}},
-                   {100, 300, 250, 100},
-                   ""},
         // Equal edges 5 pixels to either side: the one along +normal is met first.
         RefineCase{"TieGoesToTheInnerEdge",
                    kSquare,

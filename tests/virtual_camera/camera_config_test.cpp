@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,112 +14,74 @@
 namespace boxdim::virtual_camera {
 namespace {
 
-using Source = ConfiguredDevice::Source;
-
-// The ConfigError's message, or "" when the parse succeeds.
-std::string error_of(const std::function<void()>& parse) {
+// The devices, S and the type or R and the folder, then the scene's numbers
+// in the order of its keys; or the ConfigError's message.
+std::string read_config() {
+  std::ostringstream text;
   try {
-    parse();
+    const CameraConfig config = read_config_from_environment();
+    for (const ConfiguredDevice& d : config.devices) {
+      text << (d.source == ConfiguredDevice::Source::kReplay ? "R" + d.folder
+                                                             : "S" + std::to_string(d.type))
+           << " ";
+    }
+    const SceneParameters& s = config.scene;
+    text << "| " << s.box_length_mm << "x" << s.box_width_mm << "x" << s.box_height_mm << " "
+         << s.camera_height_mm << " " << s.tilt_deg << " " << s.roll_deg << " " << s.yaw_deg << " "
+         << s.offset_mm.x << ":" << s.offset_mm.y << " " << s.noise.sigma_at_1m_mm << " "
+         << s.noise.flying_pixel_probability << " " << s.noise.dropout_probability << " " << s.seed;
   } catch (const ConfigError& e) {
     return e.what();
   }
-  return "";
+  return text.str();
 }
 
-TEST(CameraConfig, DeviceListsBecomeDevicesInOrder) {
-  // Each device as text: S and its type, or R and its folder.
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"", ""},
-      {"sim", "S1 "},
-      {"sim, sim:7 ,replay:/data/capture", "S1 S7 R/data/capture "},
-      {"replay:C:/captures", "RC:/captures "},
-  };
-  for (const auto& [text, expected] : cases) {
-    std::string devices;
-    for (const ConfiguredDevice& d : parse_devices(text)) {
-      devices += d.source == Source::kReplay ? "R" + d.folder : "S" + std::to_string(d.type);
-      devices += " ";
-    }
-    EXPECT_EQ(devices, expected) << text;
-  }
-}
+class CameraConfigTest : public testing::VirtualCameraTest {};
 
-TEST(CameraConfig, BadDeviceListsNameTheItemAndTheReason) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"sim:9", "BOXDIM_CAMERA: 'sim:9' has no device type 9 (1-7)"},
-      {"sim,sim:0", "BOXDIM_CAMERA: 'sim:0' has no device type 0 (1-7)"},
-      {"sim:x", "BOXDIM_CAMERA: 'sim:x' has no device type x (1-7)"},
-      {"sim:3.5", "BOXDIM_CAMERA: 'sim:3.5' has no device type 3.5 (1-7)"},
-      {"replay:", "BOXDIM_CAMERA: 'replay:' names no capture folder"},
-      {"SIM", "BOXDIM_CAMERA: 'SIM' is not a device (sim, sim:TYPE or replay:DIR)"},
-      {"sim,,sim", "BOXDIM_CAMERA: 'sim,,sim' has an empty item"},
-      {"sim,", "BOXDIM_CAMERA: 'sim,' has an empty item"},
-  };
-  for (const auto& [text, message] : cases) {
-    EXPECT_EQ(error_of([&] { parse_devices(text); }), message) << text;
-  }
-}
-
-TEST(CameraConfig, SceneItemsSetTheirParameters) {
-  const SceneParameters s = parse_scene(
-      "box=500x350.5x120,camera-height=1200,tilt=10,roll=-3,yaw=30,offset=20:-10,noise=1.5,"
-      "flying=0.2,dropout=0.005,seed=7");
-  EXPECT_EQ(std::vector<float>({s.box_length_mm, s.box_width_mm, s.box_height_mm,
-                                s.camera_height_mm, s.tilt_deg, s.roll_deg, s.yaw_deg,
-                                s.offset_mm.x, s.offset_mm.y, s.noise.sigma_at_1m_mm,
-                                s.noise.flying_pixel_probability, s.noise.dropout_probability}),
-            std::vector<float>({500, 350.5f, 120, 1200, 10, -3, 30, 20, -10, 1.5f, 0.2f, 0.005f}));
-  EXPECT_EQ(s.seed, 7u);
-  // Items left out keep the defaults.
-  const SceneParameters tilted = parse_scene(" tilt = 4 ");
-  EXPECT_EQ(tilted.tilt_deg, 4.0f);
-  EXPECT_EQ(tilted.yaw_deg, 15.0f);
-  EXPECT_EQ(tilted.noise.sigma_at_1m_mm, 1.0f);
-}
-
-TEST(CameraConfig, BadScenesNameTheItemAndTheReason) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"box=400x300", "BOXDIM_SCENE: 'box=400x300' needs LxWxH in mm"},
-      {"box=400xaxb", "BOXDIM_SCENE: 'box=400xaxb' needs LxWxH in mm"},
-      {"tilt", "BOXDIM_SCENE: 'tilt' is not key=value"},
-      {"yaw=10,tilt=ten", "BOXDIM_SCENE: 'tilt=ten' is not a number"},
-      {"tilt=", "BOXDIM_SCENE: 'tilt=' is not a number"},
-      {"noise=1e999", "BOXDIM_SCENE: 'noise=1e999' is not a number"},
-      {"zoom=2",
-       "BOXDIM_SCENE: 'zoom=2' has an unknown key 'zoom' (box, camera-height, tilt, "
-       "roll, yaw, offset, noise, flying, dropout, seed)"},
-      {"yaw=1,yaw=2", "BOXDIM_SCENE: 'yaw=2' sets yaw a second time"},
-      {"offset=20", "BOXDIM_SCENE: 'offset=20' needs DX:DY in mm"},
-      {"seed=-1", "BOXDIM_SCENE: 'seed=-1' needs a whole number from 0"},
-      {"seed=2.5", "BOXDIM_SCENE: 'seed=2.5' needs a whole number from 0"},
-  };
-  for (const auto& [text, message] : cases) {
-    EXPECT_EQ(error_of([&] { parse_scene(text); }), message) << text;
-  }
-}
-
-class InitReportTest : public testing::VirtualCameraTest {};
-
-TEST_F(InitReportTest, ABadVariableFailsInitWithOneLine) {
+// nullptr leaves a variable unset.
+TEST_F(CameraConfigTest, VariablesBecomeDevicesAndASceneOrNameTheBadItem) {
   struct Case {
     const char* camera;
     const char* scene;
-    std::string line;
+    std::string expected;
   };
   const std::vector<Case> cases = {
-      {"sim:9", "", "corvane_sdk: BOXDIM_CAMERA: 'sim:9' has no device type 9 (1-7)\n"},
-      {"sim", "box=0x300x200",
-       "corvane_sdk: BOXDIM_SCENE: box length must be positive (got 0 mm)\n"},
-      {nullptr, "seed=x", "corvane_sdk: BOXDIM_SCENE: 'seed=x' needs a whole number from 0\n"},
+      {nullptr, nullptr, "S1 | 400x300x200 1000 0 0 15 0:0 1 0 0 1"},
+      {"sim, sim:7 ,replay:C:/captures", " tilt = 4 ",
+       "S1 S7 RC:/captures | 400x300x200 1000 4 0 15 0:0 1 0 0 1"},
+      {"",
+       "box=500x350.5x120,camera-height=1200,tilt=10,roll=-3,yaw=30,offset=20:-10,noise=1.5,"
+       "flying=0.2,dropout=0.005,seed=7",
+       "| 500x350.5x120 1200 10 -3 30 20:-10 1.5 0.2 0.005 7"},
+      {"sim,sim:0", nullptr, "BOXDIM_CAMERA: 'sim:0' has no device type 0 (1-7)"},
+      {"replay:", nullptr, "BOXDIM_CAMERA: 'replay:' names no capture folder"},
+      {"SIM", nullptr, "BOXDIM_CAMERA: 'SIM' is not a device (sim, sim:TYPE or replay:DIR)"},
+      {"sim,", nullptr, "BOXDIM_CAMERA: 'sim,' has an empty item"},
+      {nullptr, "box=400x300", "BOXDIM_SCENE: 'box=400x300' needs LxWxH in mm"},
+      {nullptr, "tilt", "BOXDIM_SCENE: 'tilt' is not key=value"},
+      {nullptr, "yaw=10,tilt=ten", "BOXDIM_SCENE: 'tilt=ten' is not a number"},
+      {nullptr, "zoom=2",
+       "BOXDIM_SCENE: 'zoom=2' has an unknown key 'zoom' (box, camera-height, tilt, roll, yaw, "
+       "offset, noise, flying, dropout, seed)"},
+      {nullptr, "yaw=1,yaw=2", "BOXDIM_SCENE: 'yaw=2' sets yaw a second time"},
+      {nullptr, "seed=2.5", "BOXDIM_SCENE: 'seed=2.5' needs a whole number from 0"},
   };
   for (const Case& c : cases) {
-    ::testing::internal::CaptureStderr();
-    const std::int32_t status = init(c.camera, c.scene);
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), c.line);
-    EXPECT_EQ(status, kBadConfiguration);
-    std::int32_t count = 0;
-    EXPECT_EQ(Corvane::FindDevice(count, nullptr), kNotInitialised) << "initialised all the same";
+    c.camera ? setenv("BOXDIM_CAMERA", c.camera, 1) : unsetenv("BOXDIM_CAMERA");
+    c.scene ? setenv("BOXDIM_SCENE", c.scene, 1) : unsetenv("BOXDIM_SCENE");
+    EXPECT_EQ(read_config(), c.expected)
+        << (c.camera ? c.camera : "") << " / " << (c.scene ? c.scene : "");
   }
+}
+
+// A value that parses but cannot be rendered fails InitSDK all the same.
+TEST_F(CameraConfigTest, ABadVariableFailsInitWithOneLine) {
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(init("sim", "box=0x300x200"), kBadConfiguration);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "corvane_sdk: BOXDIM_SCENE: box length must be positive (got 0 mm)\n");
+  std::int32_t count = 0;
+  EXPECT_EQ(Corvane::FindDevice(count, nullptr), kNotInitialised) << "initialised all the same";
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 #include <string>
 #include <vector>
 
@@ -29,13 +28,6 @@ struct Frame {
   // A copy of the 16-bit samples.
   cv::Mat samples() const {
     return cv::Mat(size, CV_16UC1, const_cast<unsigned char*>(data)).clone();
-  }
-  // A colour frame decoded as the program decodes it, BGR.
-  cv::Mat colour() const {
-    cv::Mat bgr;
-    cv::cvtColor(cv::Mat(size, CV_8UC2, const_cast<unsigned char*>(data)), bgr,
-                 cv::COLOR_YUV2BGR_YUYV);
-    return bgr;
   }
 };
 
