@@ -21,8 +21,11 @@ EdgeVerdict test_edge(cv::Point from, cv::Point to, cv::Point p) {
     }
     return EdgeVerdict::kNoCrossing;
   }
-  std::int64_t cross = static_cast<std::int64_t>(p.y - from.y) * (to.x - from.x) -
-                       static_cast<std::int64_t>(p.x - from.x) * (to.y - from.y);
+  // Widened before subtracting: outlines built from far-off corners reach
+  // coordinates whose differences overflow int.
+  using Wide = std::int64_t;
+  Wide cross =
+      (Wide{p.y} - from.y) * (Wide{to.x} - from.x) - (Wide{p.x} - from.x) * (Wide{to.y} - from.y);
   if (cross == 0) return EdgeVerdict::kOnOutline;
   if (to.y < from.y) cross = -cross;
   return cross > 0 ? EdgeVerdict::kCrossesRay : EdgeVerdict::kNoCrossing;
