@@ -5,6 +5,7 @@
 #include <cstring>
 #include <opencv2/imgproc.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/display.h"
@@ -26,6 +27,11 @@ constexpr int kDepthRepaintMs = 10;
 
 const cv::Scalar kProbeColour(255, 255, 255);
 const cv::Scalar kFpsColour(0, 255, 0);
+
+std::function<void(const DepthFrameResult&)>& measurement_listener() {
+  static std::function<void(const DepthFrameResult&)> listener;
+  return listener;
+}
 
 bool saving(int device_id) {
   const auto entry = g_save_enabled.find(device_id);
@@ -56,13 +62,16 @@ void show_raw(int device_id, const unsigned char* samples, int width, int height
 }
 
 // The measurement works on its own copy, as the SDK may reuse its buffer.
-cv::Mat measured_picture(const unsigned char* samples, int width, int height) {
+cv::Mat measured_picture(int device_id, const unsigned char* samples, int width, int height) {
   std::vector<std::uint16_t> depth(static_cast<std::size_t>(width) * height);
   std::memcpy(depth.data(), samples, depth.size() * sizeof(std::uint16_t));
   set_frame_size(g_measurement_state, width, height);
   cv::Mat picture;
   prepare_frame(g_measurement_state, depth.data(), picture);
-  measure_frame(g_measurement_state, picture);
+  const MeasurementOutcome outcome = measure_frame(g_measurement_state, picture);
+  if (measurement_listener()) {
+    measurement_listener()({device_id, outcome, g_measurement_state.dimensions});
+  }
   return picture;
 }
 
@@ -89,7 +98,7 @@ void draw_probe(cv::Mat& picture, const unsigned char* samples, int width, int h
 // This is the station's established behaviour and is kept on purpose.
 void show_depth(int device_id, const unsigned char* buffer, int offset, int width, int height) {
   ++g_frame_counts[device_id].count;
-  cv::Mat picture = measured_picture(buffer + 2 * offset, width, height);
+  cv::Mat picture = measured_picture(device_id, buffer + 2 * offset, width, height);
   draw_probe(picture, buffer + offset, width, height);
   const std::string name = window_name("depth_%d", device_id);
   display().resize_window(name, kDepthWindowWidth, kDepthWindowHeight);
@@ -135,6 +144,10 @@ void show_aligned(int device_id) {
 }
 
 }  // namespace
+
+void set_measurement_listener(std::function<void(const DepthFrameResult&)> listener) {
+  measurement_listener() = std::move(listener);
+}
 
 void handle_frame(int device_id, const Corvane::FrameData* frame_data) {
   const auto stream = g_stream_types.find(device_id);

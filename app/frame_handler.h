@@ -3,10 +3,25 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "app/camera_sdk/corvane_sdk.h"
+#include "measure/measurement_state.h"
+#include "measure/pipeline.h"
 
 namespace boxdim {
+
+// What the measurement of one depth frame gave.
+struct DepthFrameResult {
+  int device_id = 0;
+  MeasurementOutcome outcome;
+  BoxDimensions dimensions;  // meaningful only when outcome.ok
+};
+
+// Told of every depth frame the handler has measured, before the frame is
+// shown. The program installs none; headless callers read the results from
+// here. An empty function removes it.
+void set_measurement_listener(std::function<void(const DepthFrameResult&)> listener);
 
 // Frame sets of a device without a stream type are ignored. The frames of a
 // set lie back to back in frame_data->data, in the order of its FrameInfo

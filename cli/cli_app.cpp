@@ -6,6 +6,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "cli/evaluate_command.h"
+#include "cli/live_command.h"
 #include "cli/measure_command.h"
 #include "cli/simulate_command.h"
 
@@ -100,6 +102,56 @@ void add_simulate_command(CLI::App& app, SimulateArguments& args) {
   cmd->add_option("--png", args.options.png_path, "8-bit preview picture to write");
 }
 
+struct EvaluateArguments {
+  std::string family = "all";
+  EvaluateOptions options;
+};
+
+struct LiveArguments {
+  long long frames = 0;
+  LiveOptions options;
+};
+
+constexpr int kMaxScenesPerFamily = 100000;
+constexpr long long kMaxLiveFrames = 1000000000;
+
+void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
+  CLI::App* cmd = app.add_subcommand(
+      "evaluate", "Measure rendered scenes of known size and report the success rate and errors");
+  cmd->add_option("--scenes", args.options.scenes, "Scenes per family")
+      ->check(CLI::Range(1, kMaxScenesPerFamily))
+      ->capture_default_str();
+  cmd->add_option("--seed", args.options.seed, "Seed of the scene sampling")->capture_default_str();
+  cmd->add_option("--family", args.family, "Scene family")
+      ->check(CLI::IsMember({"top-down", "tilted", "noisy", "all"}))
+      ->capture_default_str();
+  cmd->add_option("--csv", args.options.csv_path, "Write one row per scene to FILE");
+  cmd->add_option("--plot", args.options.plot_path,
+                  "Draw the errors against camera tilt and distance into FILE.png");
+}
+
+void add_live_command(CLI::App& app, LiveArguments& args) {
+  CLI::App* cmd = app.add_subcommand(
+      "live", "Measure every depth frame of every camera, headless, until interrupted");
+  cmd->add_option("--frames", args.frames, "Stop after N measured frames")
+      ->check(CLI::Range(1LL, kMaxLiveFrames));
+  cmd->add_flag("--json", args.options.json, "One JSON object per frame on standard output");
+}
+
+EvaluateOptions finish_evaluate(EvaluateArguments& args) {
+  EvaluateOptions options = args.options;
+  for (const SceneFamily& family : accuracy_families()) {
+    if (args.family == "all" || args.family == family.name) options.families.push_back(family);
+  }
+  return options;
+}
+
+LiveOptions finish_live(const CLI::App& app, LiveArguments& args) {
+  LiveOptions options = args.options;
+  if (app.get_subcommand("live")->count("--frames") > 0) options.frames = args.frames;
+  return options;
+}
+
 MeasureOptions finish_measure(const CLI::App& app, MeasureArguments& args) {
   const CLI::App* cmd = app.get_subcommand("measure");
   MeasureOptions options = args.options;
@@ -132,18 +184,25 @@ SimulateOptions finish_simulate(const CLI::App& app, SimulateArguments& args) {
 }  // namespace
 
 int run_cli(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
-  CLI::App app("Measures boxes in time-of-flight depth frames, and renders test scenes.",
-               "boxdim-cli");
+  CLI::App app(
+      "Measures boxes in time-of-flight depth frames and live cameras, renders test scenes, and "
+      "evaluates the accuracy on them.",
+      "boxdim-cli");
   app.require_subcommand(1);
   MeasureArguments measure_args;
   SimulateArguments simulate_args;
+  EvaluateArguments evaluate_args;
+  LiveArguments live_args;
   add_measure_command(app, measure_args);
   add_simulate_command(app, simulate_args);
+  add_evaluate_command(app, evaluate_args);
+  add_live_command(app, live_args);
 
   // CLI11 would only say that a subcommand is required; name the word it got.
   const auto named = [&](CLI::App* sub) { return argc > 1 && sub->check_name(argv[1]); };
   if (argc > 1 && argv[1][0] != '-' && app.get_subcommands(named).empty()) {
-    err << "boxdim-cli: unknown command '" << argv[1] << "' (commands: measure, simulate)\n";
+    err << "boxdim-cli: unknown command '" << argv[1]
+        << "' (commands: measure, simulate, evaluate, live)\n";
     return kExitUsage;
   }
   try {
@@ -157,6 +216,10 @@ int run_cli(int argc, const char* const* argv, std::ostream& out, std::ostream& 
     if (app.got_subcommand("measure")) {
       return run_measure(finish_measure(app, measure_args), out, err);
     }
+    if (app.got_subcommand("evaluate")) {
+      return run_evaluate(finish_evaluate(evaluate_args), out, err);
+    }
+    if (app.got_subcommand("live")) return run_live(finish_live(app, live_args), out, err);
     return run_simulate(finish_simulate(app, simulate_args), out, err);
   } catch (const UsageError& e) {
     err << "boxdim-cli: " << e.what() << '\n';

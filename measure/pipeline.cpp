@@ -36,8 +36,10 @@ MeasurementOutcome run_measurement(MeasurementState& state) {
   return {true, nullptr};
 }
 
-void measure_frame(MeasurementState& state, cv::Mat& output) {
-  if (run_measurement(state).ok) output = state.result_image.clone();
+MeasurementOutcome measure_frame(MeasurementState& state, cv::Mat& output) {
+  const MeasurementOutcome outcome = run_measurement(state);
+  if (outcome.ok) output = state.result_image.clone();
+  return outcome;
 }
 
 }  // namespace boxdim

@@ -20,6 +20,6 @@ MeasurementOutcome run_measurement(MeasurementState& state);
 
 // The frame handler's entry: on success output becomes a copy of the result
 // picture; on failure it is left as it was.
-void measure_frame(MeasurementState& state, cv::Mat& output);
+MeasurementOutcome measure_frame(MeasurementState& state, cv::Mat& output);
 
 }  // namespace boxdim

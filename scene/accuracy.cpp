@@ -50,7 +50,9 @@ SceneParameters draw_scene(const SceneFamily& family, std::mt19937_64& rng) {
   scene.box_height_mm = uniform(60.0f, 400.0f);
   scene.camera_height_mm = uniform(800.0f, 1800.0f);
   scene.yaw_deg = uniform(0.0f, 90.0f);
-  if (family.tilted) {
+  const bool tilted = family.pose == CameraPose::kTilted ||
+                      (family.pose == CameraPose::kEither && std::bernoulli_distribution(0.5)(rng));
+  if (tilted) {
     // Either way: the side face the camera sees lies at the top or the bottom
     // of the image, and the height stage treats the two differently.
     const float sign = std::bernoulli_distribution(0.5)(rng) ? 1.0f : -1.0f;
@@ -62,11 +64,14 @@ SceneParameters draw_scene(const SceneFamily& family, std::mt19937_64& rng) {
   return scene;
 }
 
+// Without the spaces some stages put before their message.
 std::string last_line(const std::string& text) {
   const std::size_t end = text.find_last_not_of("\n ");
   if (end == std::string::npos) return "";
-  const std::size_t start = text.rfind('\n', end);
-  return text.substr(start == std::string::npos ? 0 : start + 1, end + 1 - (start + 1));
+  const std::size_t line_start = text.rfind('\n', end);
+  const std::size_t start =
+      text.find_first_not_of(' ', line_start == std::string::npos ? 0 : line_start + 1);
+  return text.substr(start, end + 1 - start);
 }
 
 ErrorStatistics error_statistics(std::vector<double> errors) {
@@ -81,10 +86,9 @@ ErrorStatistics error_statistics(std::vector<double> errors) {
 }  // namespace
 
 std::vector<SceneFamily> accuracy_families() {
-  return {{"top-down, clean", false, false},
-          {"top-down, ToF noise", false, true},
-          {"tilted 2-20 deg, clean", true, false},
-          {"tilted 2-20 deg, ToF noise", true, true}};
+  return {{"top-down", CameraPose::kStraightDown, false},
+          {"tilted", CameraPose::kTilted, false},
+          {"noisy", CameraPose::kEither, true}};
 }
 
 std::vector<SceneParameters> sample_family(const SceneFamily& family, int count,

@@ -1,6 +1,6 @@
 // Measures rendered scenes against their ground truth: families of scenes
 // sampled over the range a station sees, the pipeline run on each, and the
-// error statistics per family. Tests assert on these; the accuracy report
+// error statistics per family. Tests assert on these; `boxdim-cli evaluate`
 // prints them.
 #pragma once
 
@@ -14,15 +14,18 @@
 
 namespace boxdim {
 
+// How the camera looks at the floor. Tilted: 2-20 degrees either way about
+// its x axis and rolled up to 5 degrees.
+enum class CameraPose { kStraightDown, kTilted, kEither };
+
 struct SceneFamily {
   std::string name;
-  // Camera tilted 2-20 degrees either way and rolled up to 5; else looking
-  // straight down.
-  bool tilted = false;
+  CameraPose pose = CameraPose::kStraightDown;
   bool noisy = false;  // time-of-flight noise, flying pixels and dropouts
 };
 
-// The four families: top-down and tilted, each clean and noisy.
+// "top-down" (clean, straight down), "tilted" (clean, tilted) and "noisy"
+// (time-of-flight noise, half of the scenes tilted).
 std::vector<SceneFamily> accuracy_families();
 
 // `count` scenes of the family, drawn reproducibly from `seed`: boxes 150-600

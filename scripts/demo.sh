@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # On a fresh Debian 12 machine: installs what boxdim needs, builds it, and runs
 # the station program on a simulated camera. With a display it opens the
-# program's windows (Esc twice to quit). Without one it runs the program for a
-# few seconds in a virtual display, then prints the measured dimensions and
-# keeps a screenshot; it also measures a rendered frame with boxdim-cli.
+# program's windows (Esc twice to quit). Without one it runs the program's
+# frame path headless with `boxdim-cli live` for 60 frames and prints what it
+# measured; it also measures a rendered frame with boxdim-cli.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -19,31 +19,18 @@ if [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1; then
   exec build/bin/boxdim
 fi
 
-echo "No display here: running boxdim for 8 seconds in a virtual display."
-source tests/app/e2e/xvfb_session.sh
-start_virtual_display
-trap stop_virtual_display EXIT
-(cd "$out" && exec ../bin/boxdim > boxdim-output.txt 2>&1) &
-program=$!
-wait_for 20 grep -q "box_height" "$out/boxdim-output.txt" || true
-sleep 6
-id=$(window_id depth_1)
-[ -n "$id" ] && import -window "$id" "$out/boxdim-window.png" 2>/dev/null || true
-# Esc stops the streams, a second Esc ends the program.
-press_until depth_1 Escape grep -q "StopStreaming" "$out/boxdim-output.txt" || true
-for _ in 1 2 3; do
-  kill -0 "$program" 2>/dev/null || break
-  press depth_1 Escape || true
-  sleep 0.5
-done
-kill "$program" 2>/dev/null || true
-wait "$program" 2>/dev/null || true
+frames=60
+echo "No display here: measuring $frames frames of the simulated camera with boxdim-cli live."
+if ! build/bin/boxdim-cli live --frames "$frames" > "$out/live.txt" 2> "$out/live-log.txt"; then
+  tail -n 3 "$out/live-log.txt" >&2
+  exit 1
+fi
 
 echo
-echo "== boxdim on the simulated camera: the last measurement =="
-grep -E "^box_length:|^box_height: " "$out/boxdim-output.txt" | tail -n 2
-echo "Frames measured: $(grep -c '^box_height: ' "$out/boxdim-output.txt" || true)"
-echo "Its depth window: $out/boxdim-window.png; its whole output: $out/boxdim-output.txt"
+echo "== boxdim's frame path on the simulated camera: the last measurement =="
+tail -n 1 "$out/live.txt"
+echo "Frames measured: $(grep -c ': length' "$out/live.txt" || true) of $(wc -l < "$out/live.txt")"
+echo "One line per frame: $out/live.txt; the stages' log: $out/live-log.txt"
 
 echo
 echo "== The same kind of scene rendered to a file and measured by boxdim-cli =="

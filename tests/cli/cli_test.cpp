@@ -1,39 +1,23 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <sstream>
 
 #include "cli/cli_app.h"
+#include "cli_run.h"
 #include "temp_dir.h"
 
 namespace boxdim {
 namespace {
 
-struct CliRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-CliRun run(std::vector<std::string> args) {
-  args.insert(args.begin(), "boxdim-cli");
-  std::vector<const char*> argv;
-  for (const std::string& a : args) argv.push_back(a.c_str());
-  std::ostringstream out;
-  std::ostringstream err;
-  const int status = run_cli(static_cast<int>(argv.size()), argv.data(), out, err);
-  return {status, out.str(), err.str()};
-}
-
-std::vector<std::string> lines_of(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
+using testing::CliRun;
+using testing::lines_of;
+using testing::run;
 
 class CliTest : public ::testing::Test {
  protected:
@@ -97,7 +81,16 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{"probability_above_one",
                   {"simulate", "--box", "400x300x200", "--camera-height", "1000", "--dropout",
                    "1.5", "--out", "x.raw"},
-                  "dropout"}),
+                  "dropout"},
+        UsageCase{"unknown_family", {"evaluate", "--family", "sideways"}, "--family"},
+        UsageCase{"no_scenes", {"evaluate", "--scenes", "0"}, "--scenes"},
+        UsageCase{"plot_not_png",
+                  {"evaluate", "--plot", "errors.jpg"},
+                  "errors.jpg: the picture must be a .png file"},
+        UsageCase{"unwritable_csv",
+                  {"evaluate", "--csv", "/nonexistent/boxdim/scenes.csv"},
+                  "scenes.csv: cannot be opened for writing"},
+        UsageCase{"no_frames", {"live", "--frames", "0"}, "--frames"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CliTest, SimulateWritesAFullFrameAndPrintsTheGroundTruth) {
@@ -215,6 +208,36 @@ TEST_F(CliTest, AnAnnotationFolderThatCannotBeMadeIsReportedButMeasuringGoesOn) 
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(lines_of(r.out).size(), 1u);
   EXPECT_NE(r.err.find("cannot create the annotation folder"), std::string::npos) << r.err;
+}
+
+TEST_F(CliTest, EvaluateReportsOneFamilyAndWritesItsScenesAndPlot) {
+  const CliRun r = run({"evaluate", "--scenes", "2", "--family", "tilted", "--csv",
+                        dir.file("scenes.csv"), "--plot", dir.file("errors.png")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const auto table = lines_of(r.out);
+  ASSERT_GE(table.size(), 5u) << r.out;
+  EXPECT_EQ(table[2].rfind("family", 0), 0u) << table[2];
+  std::istringstream family_row(table[4]);
+  std::string family;
+  int scenes = 0;
+  family_row >> family >> scenes;
+  EXPECT_EQ(family, "tilted");
+  EXPECT_EQ(scenes, 2);
+  EXPECT_EQ(r.out.find("top-down"), std::string::npos) << "only the family asked for";
+  EXPECT_NE(r.err.find("2/2"), std::string::npos) << "progress on standard error";
+
+  std::ifstream csv(dir.file("scenes.csv"));
+  const auto rows = lines_of(std::string(std::istreambuf_iterator<char>(csv), {}));
+  ASSERT_EQ(rows.size(), 3u);
+  const auto columns = [](const std::string& row) {
+    return std::count(row.begin(), row.end(), ',');
+  };
+  for (const std::string& row : rows) EXPECT_EQ(columns(row), columns(rows[0])) << row;
+  EXPECT_EQ(rows[1].rfind("tilted,1,", 0), 0u) << rows[1];
+
+  const cv::Mat plot = cv::imread(dir.file("errors.png"));
+  ASSERT_FALSE(plot.empty());
+  EXPECT_GT(plot.cols, plot.rows);
 }
 
 }  // namespace

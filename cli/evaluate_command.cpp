@@ -1,0 +1,218 @@
+#include "cli/evaluate_command.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <opencv2/imgcodecs.hpp>
+#include <sstream>
+#include <stdexcept>
+
+#include "cli/error_plot.h"
+#include "cli/progress_bar.h"
+
+namespace boxdim {
+
+namespace {
+
+constexpr int kExitBadOutput = 2;
+// The random sampling of every scene starts from the same seed, so that a
+// run depends on the scene seed alone.
+constexpr std::time_t kRansacSeed = 1;
+constexpr std::size_t kFailuresShown = 3;
+
+constexpr double kPi = 3.14159265358979323846;
+
+// A file that cannot be written, named with the reason.
+class OutputError : public std::runtime_error {
+ public:
+  OutputError(const std::string& path, const std::string& reason)
+      : std::runtime_error(path + ": " + reason) {}
+};
+
+// The optical axis's angle from straight down: tilt and roll compose to
+// cos(angle) = cos(tilt) * cos(roll).
+double camera_angle_deg(const SceneParameters& scene) {
+  const double to_rad = kPi / 180.0;
+  const double cosine = std::cos(scene.tilt_deg * to_rad) * std::cos(scene.roll_deg * to_rad);
+  return std::acos(std::clamp(cosine, -1.0, 1.0)) / to_rad;
+}
+
+std::string csv_field(const std::string& text) {
+  if (text.find_first_of(",\"\n") == std::string::npos) return text;
+  std::string quoted = "\"";
+  for (const char ch : text) quoted += ch == '"' ? std::string("\"\"") : std::string(1, ch);
+  return quoted + "\"";
+}
+
+const char* const kCsvHeader =
+    "family,scene,camera_height_mm,tilt_deg,roll_deg,yaw_deg,offset_x_mm,offset_y_mm,"
+    "noise_mm_at_1m,camera_angle_deg,top_face_distance_mm,true_length_mm,true_width_mm,"
+    "true_height_mm,ok,failed_stage,failure_reason,length_mm,width_mm,height_mm,"
+    "length_error_mm,width_error_mm,height_error_mm";
+
+// Errors are signed, measured minus true; empty when the scene was not measured.
+std::string csv_row(const std::string& family, int index, const SceneMeasurement& m) {
+  const SceneParameters& s = m.scene;
+  const BoxDimensions& truth = m.truth.dimensions;
+  std::ostringstream row;
+  row << std::setprecision(6) << csv_field(family) << ',' << index << ',' << s.camera_height_mm
+      << ',' << s.tilt_deg << ',' << s.roll_deg << ',' << s.yaw_deg << ',' << s.offset_mm.x << ','
+      << s.offset_mm.y << ',' << s.noise.sigma_at_1m_mm << ',' << camera_angle_deg(s) << ','
+      << m.truth.top_face_depth_mm << ',' << truth.box_length << ',' << truth.box_width << ','
+      << truth.box_height << ',' << (m.ok ? "true" : "false") << ',' << csv_field(m.failed_stage)
+      << ',' << csv_field(m.reason) << ',';
+  if (m.ok) {
+    row << m.measured.box_length << ',' << m.measured.box_width << ',' << m.measured.box_height
+        << ',' << m.measured.box_length - truth.box_length << ','
+        << m.measured.box_width - truth.box_width << ','
+        << m.measured.box_height - truth.box_height;
+  } else {
+    row << ",,,,,";
+  }
+  return row.str();
+}
+
+// Fails before a long run rather than after it.
+void check_plot_path(const std::string& path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char ch) { return static_cast<char>(std::tolower(ch)); });
+  if (extension != ".png") throw OutputError(path, "the picture must be a .png file");
+  if (!std::ofstream(path, std::ios::binary | std::ios::app)) {
+    throw OutputError(path, "cannot be opened for writing");
+  }
+}
+
+std::string millimetres(const ErrorStatistics& e, bool any) {
+  if (!any) return "-";
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(1) << e.median_mm << " / " << e.p95_mm;
+  return text.str();
+}
+
+void print_table(std::ostream& out, const std::vector<SceneFamily>& families,
+                 const std::vector<FamilyStatistics>& stats) {
+  std::size_t name_width = 6;
+  for (const SceneFamily& f : families) name_width = std::max(name_width, f.name.size());
+  const auto row = [&](const std::string& family, const std::string& scenes,
+                       const std::string& measured, const std::string& l, const std::string& w,
+                       const std::string& h) {
+    out << std::left << std::setw(static_cast<int>(name_width)) << family << std::right
+        << std::setw(8) << scenes << std::setw(10) << measured << std::setw(15) << l
+        << std::setw(15) << w << std::setw(15) << h << '\n';
+  };
+  row("family", "scenes", "measured", "length", "width", "height");
+  row("", "", "", "median / p95", "median / p95", "median / p95");
+  for (std::size_t i = 0; i < families.size(); ++i) {
+    const FamilyStatistics& s = stats[i];
+    std::ostringstream rate;
+    rate << std::fixed << std::setprecision(0) << 100.0 * s.success_rate() << " %";
+    const bool any = s.measured > 0;
+    row(families[i].name, std::to_string(s.scenes), rate.str(), millimetres(s.length, any),
+        millimetres(s.width, any), millimetres(s.height, any));
+  }
+  out << "Absolute errors in mm over the measured scenes.\n";
+
+  bool header_printed = false;
+  for (std::size_t i = 0; i < families.size(); ++i) {
+    std::vector<std::pair<std::string, int>> failures(stats[i].failures.begin(),
+                                                      stats[i].failures.end());
+    std::stable_sort(failures.begin(), failures.end(),
+                     [](const auto& a, const auto& b) { return a.second > b.second; });
+    if (failures.size() > kFailuresShown) failures.resize(kFailuresShown);
+    for (const auto& [reason, count] : failures) {
+      if (!header_printed) out << "\nMost common failures (stage: its last log line):\n";
+      header_printed = true;
+      out << "  " << families[i].name << ": " << count << " x " << reason << '\n';
+    }
+  }
+}
+
+ErrorPoint error_point(int series, const SceneMeasurement& m) {
+  const BoxDimensions& truth = m.truth.dimensions;
+  return {series,
+          camera_angle_deg(m.scene),
+          m.truth.top_face_depth_mm,
+          {std::abs(double(m.measured.box_length) - truth.box_length),
+           std::abs(double(m.measured.box_width) - truth.box_width),
+           std::abs(double(m.measured.box_height) - truth.box_height)}};
+}
+
+int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& err) {
+  std::ofstream csv;
+  if (!options.csv_path.empty()) {
+    csv.open(options.csv_path, std::ios::trunc);
+    if (!csv) throw OutputError(options.csv_path, "cannot be opened for writing");
+    csv << kCsvHeader << '\n' << std::flush;
+  }
+  if (!options.plot_path.empty()) check_plot_path(options.plot_path);
+
+  std::vector<std::vector<SceneParameters>> scenes;
+  int total = 0;
+  for (const SceneFamily& family : options.families) {
+    scenes.push_back(sample_family(family, options.scenes, options.seed));
+    total += static_cast<int>(scenes.back().size());
+  }
+
+  out << options.scenes << " scenes per family, scene seed " << options.seed << ", RANSAC seed "
+      << kRansacSeed << "\n\n";
+  ProgressBar progress(err, total);
+  std::vector<FamilyStatistics> stats;
+  std::vector<ErrorPoint> points;
+  int done = 0;
+  for (std::size_t f = 0; f < options.families.size(); ++f) {
+    const std::string& name = options.families[f].name;
+    std::vector<SceneMeasurement> results;
+    for (const SceneParameters& scene : scenes[f]) {
+      progress.update(done, name);
+      results.push_back(measure_scene(scene, kRansacSeed));
+      const SceneMeasurement& m = results.back();
+      if (csv.is_open()) {
+        csv << csv_row(name, static_cast<int>(results.size()), m) << '\n' << std::flush;
+        if (!csv) throw OutputError(options.csv_path, "could not be written completely");
+      }
+      if (m.ok) points.push_back(error_point(static_cast<int>(f), m));
+      ++done;
+    }
+    stats.push_back(summarise(results));
+  }
+  progress.update(done, "done");
+  progress.finish();
+  for (std::size_t f = 0; f < scenes.size(); ++f) {
+    if (static_cast<int>(scenes[f].size()) < options.scenes) {
+      err << "boxdim-cli evaluate: " << options.families[f].name << ": only " << scenes[f].size()
+          << " scenes kept the box in view\n";
+    }
+  }
+  print_table(out, options.families, stats);
+
+  if (!options.plot_path.empty()) {
+    std::vector<std::string> series;
+    for (const SceneFamily& family : options.families) series.push_back(family.name);
+    bool written = false;
+    try {
+      written = cv::imwrite(options.plot_path, draw_error_plot(series, points));
+    } catch (const cv::Exception&) {
+      written = false;
+    }
+    if (!written) throw OutputError(options.plot_path, "could not be written as a PNG picture");
+  }
+  return 0;
+}
+
+}  // namespace
+
+int run_evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& err) {
+  try {
+    return evaluate(options, out, err);
+  } catch (const OutputError& e) {
+    err << "boxdim-cli: " << e.what() << '\n';
+    return kExitBadOutput;
+  }
+}
+
+}  // namespace boxdim

@@ -1,0 +1,27 @@
+// `boxdim-cli live`: streams depth from every camera the SDK finds and
+// measures each frame through the station program's own frame handler, with
+// no windows.
+#pragma once
+
+#include <optional>
+#include <ostream>
+
+namespace boxdim {
+
+struct LiveOptions {
+  std::optional<long long> frames;  // stop after this many measured frames; none: until a signal
+  bool json = false;
+};
+
+// Exit status of a camera problem: no camera found, an SDK call failed, or
+// no frame arrived for kLiveFrameTimeoutSeconds.
+constexpr int kExitCameraProblem = 3;
+constexpr int kLiveFrameTimeoutSeconds = 10;
+
+// One line (text or JSON) per measured depth frame on `out`; the measurement
+// stages' own lines and every error go to `err`. Exit status 0 once the frames
+// are done or SIGINT/SIGTERM arrived, else kExitCameraProblem. The cameras are
+// stopped and the SDK shut down in every case.
+int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err);
+
+}  // namespace boxdim

@@ -1,0 +1,84 @@
+// boxdim-cli live on the virtual camera, configured through its environment.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "cli_run.h"
+
+namespace boxdim {
+namespace {
+
+using testing::CliRun;
+using testing::lines_of;
+using testing::run;
+
+class LiveTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    unsetenv("BOXDIM_CAMERA");
+    unsetenv("BOXDIM_SCENE");
+  }
+
+  static CliRun run_with(const char* camera, const char* scene, std::vector<std::string> args) {
+    setenv("BOXDIM_CAMERA", camera, 1);
+    setenv("BOXDIM_SCENE", scene, 1);
+    args.insert(args.begin(), "live");
+    return run(args);
+  }
+};
+
+TEST_F(LiveTest, JsonGivesOneMeasuredFramePerLineAndNothingElse) {
+  // Two cameras, so that each line must name its own.
+  const CliRun r =
+      run_with("sim,sim:5", "box=400x300x200,yaw=15,noise=1,seed=1", {"--frames", "6", "--json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const auto lines = lines_of(r.out);
+  ASSERT_EQ(lines.size(), 6u) << r.out;
+  std::map<int, int> frames_of_camera;
+  for (const std::string& line : lines) {
+    const auto result = nlohmann::json::parse(line);
+    const int camera = result["device_id"].get<int>();
+    EXPECT_EQ(result["frame"].get<int>(), ++frames_of_camera[camera]) << line;
+    ASSERT_EQ(result["ok"], true) << line;
+    EXPECT_NEAR(result["length_mm"].get<double>(), 400.0, 3.0);
+    EXPECT_NEAR(result["width_mm"].get<double>(), 300.0, 3.0);
+    EXPECT_NEAR(result["height_mm"].get<double>(), 200.0, 3.0);
+  }
+  // Both cameras are polled in every round, so neither starves the other.
+  EXPECT_EQ(frames_of_camera.size(), 2u);
+  EXPECT_NE(r.err.find("box_height: "), std::string::npos) << "the stages' lines on stderr";
+}
+
+struct CameraProblem {
+  const char* name;
+  const char* camera;
+  const char* scene;
+  const char* message;
+};
+
+class LiveCameraProblemTest : public LiveTest,
+                              public ::testing::WithParamInterface<CameraProblem> {};
+
+TEST_P(LiveCameraProblemTest, IsReportedInOneLineWithStatusThree) {
+  const CliRun r = run_with(GetParam().camera, GetParam().scene, {"--frames", "1"});
+  EXPECT_EQ(r.status, 3);
+  EXPECT_TRUE(r.out.empty()) << r.out;
+  EXPECT_NE(r.err.find("boxdim-cli live: " + std::string(GetParam().message) + "\n"),
+            std::string::npos)
+      << r.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, LiveCameraProblemTest,
+    ::testing::Values(CameraProblem{"no_camera", "", "", "no camera found"},
+                      CameraProblem{"bad_scene", "sim", "box=1x1", "InitSDK failed with status -3"},
+                      CameraProblem{"empty_replay", "replay:/nonexistent/boxdim-capture", "",
+                                    "OpenDevice (camera 1) failed with status -7"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace boxdim
