@@ -60,8 +60,12 @@ TEST(Accuracy, EachFamilyPosesTheCameraAndAddsNoiseAsItsNameSays) {
     }
     SCOPED_TRACE(family.name);
     ASSERT_EQ(scenes.size(), 40u);
-    if (family.name == "top-down") EXPECT_EQ(tilted + noisy, 0);
-    if (family.name == "tilted") EXPECT_EQ(std::make_pair(tilted, noisy), std::make_pair(40, 0));
+    if (family.name == "top-down") {
+      EXPECT_EQ(tilted + noisy, 0);
+    }
+    if (family.name == "tilted") {
+      EXPECT_EQ(std::make_pair(tilted, noisy), std::make_pair(40, 0));
+    }
     if (family.name == "noisy") {
       EXPECT_EQ(noisy, 40);
       EXPECT_GT(tilted, 10) << "straight and tilted cameras both";
