@@ -5,7 +5,9 @@
 
 #include <functional>
 #include <limits>
+#include <opencv2/imgproc.hpp>
 
+#include "footprint/line_fitting.h"
 #include "measure/frame_preparation.h"
 #include "measure/pipeline.h"
 #include "support/test_frames.h"
@@ -107,6 +109,18 @@ INSTANTIATE_TEST_SUITE_P(
             "box_1280x960", {1280, 960}, kBox, scaled_intrinsics({1280, 960}), kMeasuresTheBox},
         HostileCase{"box_64x48", {64, 48}, kBox, scaled_intrinsics({64, 48}), kEither}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// Two nearly parallel side lines meet far outside the frame; the side to such
+// a corner is not walked pixel by pixel (it took seconds at 10^7 pixels) but
+// yields no edge points, as one to a corner that is not a number.
+TEST_F(HostileFrameTest, ACoarseCornerFarOutsideTheFrameFailsTheEdgeFitAtOnce) {
+  state.edge_image = cv::Mat::zeros(state.height, state.width, CV_16SC1);
+  cv::rectangle(state.edge_image, cv::Rect(100, 100, 201, 151), cv::Scalar(500));
+  state.coarse_corners = {{100.0f, 100.0f}, {1.0e7f, 100.5f}, {300.0f, 250.0f}, {100.0f, 250.0f}};
+  std::vector<cv::Vec4f> lines;
+  EXPECT_FALSE(refine_edge_lines(state, lines));
+  EXPECT_EQ(log.str(), " ransac_fitline points less than 10;\n");
+}
 
 }  // namespace
 }  // namespace boxdim
