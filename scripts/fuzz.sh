@@ -24,20 +24,21 @@ cli=$out/bin/boxdim-cli
 "$cli" simulate --box 300x300x300 --camera-height 900 --roll 4 --yaw 40 --offset 30,-20 \
   --out "$seeds/scenes/turned.raw" >/dev/null
 mkdir -p "$seeds/frame_fuzzer" "$seeds/depth_file_fuzzer"
-# The same scene at half the resolution measures four times as fast, so the
-# fuzzers spend most of their time on frames of that size.
+# The same scene at half the resolution measures four times as fast; inputs
+# are kept to that size (-max_len) so that the fuzzers run several times as
+# many of them.
 half() {
   convert -size 640x480 -depth 16 -endian LSB "gray:$1" -sample 320x240 -depth 16 -endian LSB gray:-
 }
 half_intrinsics() { perl -e 'print pack("f<4", 253.213, 253.3025, 161.509, 115.583)'; }
 for scene in "$seeds"/scenes/*.raw; do
   name=$(basename "$scene" .raw)
-  # frame_fuzzer: a 21-byte header of zeros is a 640 x 480 frame, default intrinsics.
-  { head -c 21 /dev/zero; cat "$scene"; } > "$seeds/frame_fuzzer/$name"
-  # Flags 3: size 320 x 240 and intrinsics from the header.
+  # frame_fuzzer, flags 3: size 320 x 240 and intrinsics from the header.
   { printf '\x03\x3f\x01\xef\x00'; half_intrinsics; half "$scene"; } > "$seeds/frame_fuzzer/$name-half"
-  # depth_file_fuzzer: kind 0, a bare 640 x 480 raw file; kind 1, the size in the name.
-  { head -c 5 /dev/zero; cat "$scene"; } > "$seeds/depth_file_fuzzer/$name-raw"
+  # A header of zeros: a 640 x 480 frame with the default intrinsics, its
+  # samples the half-size scene repeated.
+  { head -c 21 /dev/zero; half "$scene"; } > "$seeds/frame_fuzzer/$name-vga"
+  # depth_file_fuzzer, kind 1: the size in the capture file name.
   { printf '\x01\x40\x01\xf0\x00'; half "$scene"; } > "$seeds/depth_file_fuzzer/$name-half-raw"
 done
 # Flags 7: the same, measured twice on one state.
@@ -55,7 +56,7 @@ for harness in frame_fuzzer depth_file_fuzzer; do
   echo "== $harness for ${seconds}s"
   # -timeout: any input slower than this is a hang worth a regression test.
   if ! "$out/bin/$harness" "$out/corpus/$harness" "$seeds/$harness" \
-      -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -max_len=700000 \
+      -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -max_len=160000 \
       -print_final_stats=1 -artifact_prefix="$findings/" > "$out/$harness.log" 2>&1; then
     status=1
     tail -n 60 "$out/$harness.log"
