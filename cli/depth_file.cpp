@@ -1,7 +1,13 @@
 #include "cli/depth_file.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
@@ -26,15 +32,51 @@ std::string describe(FrameSize size) {
   return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
-std::uintmax_t regular_file_size(const std::string& path) {
+// The size of a regular, non-empty file that can be opened for reading. Pipes
+// and devices are refused before anything opens them: opening a pipe would wait
+// for a writer.
+std::uintmax_t readable_file_size(const std::string& path) {
   std::error_code ec;
   const auto status = std::filesystem::status(path, ec);
   if (ec || !std::filesystem::exists(status)) throw DepthFileError("no such file");
   if (std::filesystem::is_directory(status)) throw DepthFileError("is a directory");
+  if (!std::filesystem::is_regular_file(status)) throw DepthFileError("not a regular file");
   const std::uintmax_t bytes = std::filesystem::file_size(path, ec);
   if (ec) throw DepthFileError("cannot be read (" + ec.message() + ")");
+  errno = 0;
+  if (!std::ifstream(path, std::ios::binary)) {
+    throw DepthFileError(std::string("cannot be opened for reading (") + std::strerror(errno) +
+                         ")");
+  }
+  if (bytes == 0) throw DepthFileError("empty file");
   return bytes;
 }
+
+// libpng reports a corrupt file on standard error itself, before OpenCV hands
+// back the empty image that the reader turns into its own message naming the
+// file. Standard error points at /dev/null while a file decodes, so that the
+// user sees that one line only.
+class DecoderMessagesMuted {
+ public:
+  DecoderMessagesMuted() {
+    std::fflush(stderr);
+    saved_ = ::dup(STDERR_FILENO);
+    const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (saved_ >= 0 && null >= 0) ::dup2(null, STDERR_FILENO);
+    if (null >= 0) ::close(null);
+  }
+  ~DecoderMessagesMuted() {
+    if (saved_ < 0) return;
+    std::fflush(stderr);
+    ::dup2(saved_, STDERR_FILENO);
+    ::close(saved_);
+  }
+  DecoderMessagesMuted(const DecoderMessagesMuted&) = delete;
+  DecoderMessagesMuted& operator=(const DecoderMessagesMuted&) = delete;
+
+ private:
+  int saved_ = -1;
+};
 
 FrameSize raw_frame_size(const std::string& path, std::uintmax_t bytes,
                          std::optional<FrameSize> given) {
@@ -48,7 +90,7 @@ FrameSize raw_frame_size(const std::string& path, std::uintmax_t bytes,
 
 DepthFrame read_raw(const std::string& path, std::optional<FrameSize> given) {
   // Sizes are checked before reading, so a wrong file costs nothing to reject.
-  const std::uintmax_t bytes = regular_file_size(path);
+  const std::uintmax_t bytes = readable_file_size(path);
   const FrameSize size = raw_frame_size(path, bytes, given);
   const std::uintmax_t expected = std::uintmax_t{2} * size.width * size.height;
   if (bytes < expected) {
@@ -74,9 +116,10 @@ DepthFrame read_raw(const std::string& path, std::optional<FrameSize> given) {
 }
 
 DepthFrame read_image(const std::string& path, std::optional<FrameSize> given) {
-  regular_file_size(path);
+  readable_file_size(path);
   cv::Mat image;
   try {
+    const DecoderMessagesMuted muted;
     image = cv::imread(path, cv::IMREAD_UNCHANGED);
   } catch (const cv::Exception&) {
     image.release();

@@ -52,6 +52,17 @@ const std::uint16_t* edge_samples(const MeasurementState& state,
   return fallback.data();
 }
 
+// Coarse corners of a face in view lie in the frame or just beyond it. One
+// farther out than the frame's own size comes from two nearly parallel lines
+// (a face with a straight run where a corner was taken); walking its sides
+// pixel by pixel would cost seconds for nothing, so they yield no edge points,
+// like a side whose corner is not a number.
+bool within_reach(const MeasurementState& state, const cv::Point2f& corner) {
+  const float w = static_cast<float>(state.width);
+  const float h = static_cast<float>(state.height);
+  return -w <= corner.x && corner.x <= 2.0f * w && -h <= corner.y && corner.y <= 2.0f * h;
+}
+
 // A side whose positions cannot be counted in int (non-finite corners from
 // parallel lines, or nearly so) yields no edge points, and so fails its fit.
 bool countable_side(float length) {
@@ -148,7 +159,9 @@ bool refine_edge_lines(MeasurementState& state, std::vector<cv::Vec4f>& lines) {
     const cv::Point2f& a = corners[i];
     const cv::Point2f& b = corners[(i + 1) % 4];
     const float length = static_cast<float>(point_norm(a - b));
-    const std::vector<cv::Point> points = edge_points_along(state, edges, a, b, length);
+    const std::vector<cv::Point> points = within_reach(state, a) && within_reach(state, b)
+                                              ? edge_points_along(state, edges, a, b, length)
+                                              : std::vector<cv::Point>{};
     cv::Vec4f line(0.0f, 0.0f, 0.0f, 0.0f);
     if (!ransac_fitline(state, points, line)) return false;
     lines.push_back(line);

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs everything boxdim needs to build, test and run, from Debian packages
 # (Xvfb, xdotool and ImageMagick drive and photograph the program's windows in
-# the end-to-end test and in the demo on machines without a display).
+# the end-to-end test and in the demo on machines without a display; clang, its
+# sanitizer and libFuzzer runtimes and llvm-symbolizer build and run the fuzzers).
 # Safe to run again: apt-get skips what is already there.
 set -euo pipefail
 
@@ -11,6 +12,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
   xvfb xdotool x11-utils imagemagick
+  clang libclang-rt-14-dev llvm
 )
 
 missing=()

@@ -96,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         BadRawCase{"missing", "absent.raw", std::size_t(-1), std::nullopt, "no such file"},
         BadRawCase{"unknown_size", "frame.raw", 1000, std::nullopt, "frame size unknown"},
-        BadRawCase{"empty", "frame.raw", 0, std::nullopt, "frame size unknown"},
+        BadRawCase{"empty", "frame.raw", 0, std::nullopt, "empty file"},
         BadRawCase{"truncated_by_name", "1_640x480-depth_5.raw", 614398, std::nullopt,
                    "truncated: 614398 bytes, a 640x480 frame needs 614400"},
         BadRawCase{"too_long_for_size", "frame.raw", 614400, FrameSize{320, 240},
