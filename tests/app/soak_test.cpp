@@ -96,7 +96,13 @@ TEST_F(SoakTest, ResidentMemoryStaysFlatOverTenThousandFrames) {
   ASSERT_GT(warm_kb, 0) << "VmRSS not found in /proc/self/status";
   EXPECT_EQ(measured, frames);
   EXPECT_GT(ok, frames * 9 / 10) << "the frames must go through every stage";
+#ifdef __SANITIZE_ADDRESS__
+  // AddressSanitizer holds freed memory back in quarantine, so the resident
+  // size climbs for reasons of its own; its leak check at exit stands in.
+  std::cout << "resident size not judged under AddressSanitizer\n";
+#else
   EXPECT_LE(end_kb - warm_kb, kMaxGrowthKb);
+#endif
 }
 
 }  // namespace

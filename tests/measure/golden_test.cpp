@@ -165,9 +165,7 @@ std::string run_case(const GoldenCase& golden) {
     state.intrinsics = golden.frames[i].intrinsics;
     const cv::Mat display = testing::load_frame(state, rendered.depth);
     cv::Mat output = display.clone();
-    // measure_frame's outcome is not returned; the driver's is, on the same state.
-    const MeasurementOutcome outcome = run_measurement(state);
-    if (outcome.ok) output = state.result_image.clone();
+    const MeasurementOutcome outcome = measure_frame(state, output);
     out << "frame " << i << "\n";
     dump_frame(out, state, outcome, display, output);
     dump_lines(out, "log| ", log.str());
