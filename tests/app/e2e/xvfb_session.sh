@@ -54,12 +54,13 @@ press() {
 }
 
 # press_until WINDOW KEY COMMAND...: presses KEY until COMMAND succeeds (up to
-# five presses, 4 s each). The program's frame handler also reads keys
-# (and drops them), so a single press can go unseen.
+# BOXDIM_E2E_PRESSES presses, default five, 4 s each). The program's frame
+# handler also reads keys (and drops them), so a single press can go unseen;
+# the slower the measurement, the more presses it takes.
 press_until() {
   local window=$1 key=$2 attempt
   shift 2
-  for attempt in 1 2 3 4 5; do
+  for attempt in $(seq 1 "${BOXDIM_E2E_PRESSES:-5}"); do
     press "$window" "$key" || return 1
     wait_for 4 "$@" && return 0
   done
