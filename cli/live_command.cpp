@@ -17,6 +17,7 @@
 #include "app/globals.h"
 #include "app/headless_display.h"
 #include "cli/json_number.h"
+#include "cli/result_text.h"
 
 namespace boxdim {
 
@@ -78,13 +79,7 @@ struct LiveCamera {
 std::string text_line(const LiveCamera& camera, const DepthFrameResult& result) {
   std::ostringstream line;
   line << "camera " << camera.info.id << " frame " << camera.frames << ": ";
-  if (result.outcome.ok) {
-    line << std::fixed << std::setprecision(1) << "length " << result.dimensions.box_length
-         << " mm, width " << result.dimensions.box_width << " mm, height "
-         << result.dimensions.box_height << " mm";
-  } else {
-    line << "not measured (" << result.outcome.failed_stage << " failed)";
-  }
+  line << result_text(result.outcome, result.dimensions);
   return line.str();
 }
 

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "cli/json_number.h"
+#include "cli/result_text.h"
 #include "measure/frame_preparation.h"
 #include "measure/pipeline.h"
 
@@ -72,13 +73,7 @@ nlohmann::json json_line(const std::string& file, const FileResult* result,
 std::string human_line(const std::string& file, const FileResult& result) {
   std::ostringstream line;
   line << file << ": ";
-  if (result.outcome.ok) {
-    line << std::fixed << std::setprecision(1) << "length " << result.dimensions.box_length
-         << " mm, width " << result.dimensions.box_width << " mm, height "
-         << result.dimensions.box_height << " mm";
-  } else {
-    line << "not measured (" << result.outcome.failed_stage << " failed)";
-  }
+  line << result_text(result.outcome, result.dimensions);
   line << std::fixed << std::setprecision(1) << " [" << result.elapsed_ms << " ms]";
   return line.str();
 }
