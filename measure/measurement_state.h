@@ -9,15 +9,9 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
-namespace boxdim {
+#include "measure/camera_intrinsics.h"
 
-// Pinhole intrinsics of the depth camera, in pixels.
-struct CameraIntrinsics {
-  float fx = 506.426f;
-  float fy = 506.605f;
-  float cx = 323.018f;
-  float cy = 231.166f;
-};
+namespace boxdim {
 
 // a*x + b*y + c*z + d = 0 in camera coordinates (mm). Accepted planes keep a
 // unit normal with c > 0, so a*x + b*y + c*z + d is the signed distance and

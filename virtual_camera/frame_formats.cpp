@@ -46,16 +46,7 @@ const std::vector<int>& stream_kinds(int stream_type) {
 std::size_t frame_bytes(cv::Size size) { return static_cast<std::size_t>(size.area()) * 2; }
 
 CameraIntrinsics scaled_intrinsics(cv::Size size) {
-  const CameraIntrinsics full;
-  const float sx = size.width / static_cast<float>(kHigh.width);
-  const float sy = size.height / static_cast<float>(kHigh.height);
-  // Pixel centres, not pixel corners, scale with the image.
-  CameraIntrinsics k;
-  k.fx = full.fx * sx;
-  k.fy = full.fy * sy;
-  k.cx = (full.cx + 0.5f) * sx - 0.5f;
-  k.cy = (full.cy + 0.5f) * sy - 0.5f;
-  return k;
+  return scale_intrinsics(CameraIntrinsics{}, kHigh, size);
 }
 
 }  // namespace boxdim::virtual_camera
