@@ -131,7 +131,12 @@ void set_scene_item(SceneParameters& scene, const std::string& item, const std::
 std::vector<ConfiguredDevice> parse_devices(const std::string& text) {
   std::vector<ConfiguredDevice> devices;
   if (trim(text).empty()) return devices;
-  for (const std::string& part : split(text, ',')) {
+  const std::vector<std::string> items = split(text, ',');
+  if (items.size() > kMaxDevices) {
+    throw ConfigError(std::string(kCameraVariable) + ": " + std::to_string(items.size()) +
+                      " devices; at most " + std::to_string(kMaxDevices) + " are supported");
+  }
+  for (const std::string& part : items) {
     const std::string item = trim(part);
     if (item.empty()) fail(kCameraVariable, text, "has an empty item");
     devices.push_back(parse_device(item));

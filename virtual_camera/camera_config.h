@@ -2,6 +2,7 @@
 // (BOXDIM_CAMERA) and the scene the simulated ones look at (BOXDIM_SCENE).
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,8 +30,12 @@ class ConfigError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Comma-separated "sim", "sim:TYPE" or "replay:DIR"; an empty text means no
-// device at all. Spaces around an item are ignored.
+// More devices than a station connects; each costs its frame buffers and,
+// when simulated, renders of its own.
+constexpr std::size_t kMaxDevices = 16;
+
+// Comma-separated "sim", "sim:TYPE" or "replay:DIR", at most kMaxDevices; an
+// empty text means no device at all. Spaces around an item are ignored.
 std::vector<ConfiguredDevice> parse_devices(const std::string& text);
 
 // Comma-separated key=value items over default_scene(): box=LxWxH,

@@ -89,6 +89,16 @@ std::vector<CapturedSet> scan_capture(const std::filesystem::path& folder, std::
   return ordered;
 }
 
+std::vector<std::vector<CapturedSet>> sets_by_camera(std::vector<CapturedSet> sets) {
+  std::map<int, std::vector<CapturedSet>> cameras;
+  for (CapturedSet& set : sets) {
+    if (set.raw || set.depth) cameras[set.id].push_back(std::move(set));
+  }
+  std::vector<std::vector<CapturedSet>> ordered;
+  for (auto& entry : cameras) ordered.push_back(std::move(entry.second));
+  return ordered;
+}
+
 cv::Mat read_captured_frame(const CapturedFrame& frame) {
   std::ifstream in(frame.path, std::ios::binary);
   std::vector<unsigned char> bytes(static_cast<std::size_t>(frame.size.area()) * 2);

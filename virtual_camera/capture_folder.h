@@ -41,6 +41,10 @@ struct CapturedSet {
 // skipped with one line on `warnings`. Only names and sizes are read.
 std::vector<CapturedSet> scan_capture(const std::filesystem::path& folder, std::ostream& warnings);
 
+// The playable sets (those with a raw or depth frame: infrared only comes
+// along with depth) of each camera that the capture holds, by camera id.
+std::vector<std::vector<CapturedSet>> sets_by_camera(std::vector<CapturedSet> sets);
+
 // The frame's samples as CV_16UC1; empty when the file cannot be read whole.
 cv::Mat read_captured_frame(const CapturedFrame& frame);
 

@@ -116,11 +116,13 @@ Status Device::poll(Corvane::FrameData*& frame) {
   const std::int64_t tick =
       std::chrono::duration_cast<FramePeriods>(clock_now() - stream_start_).count();
   if (tick <= last_tick_) return kNoNewFrame;
-  // Built aside, so a failure leaves the delivered set as it was.
+  // Built aside, so a failure leaves the delivered set as it was. A set that
+  // cannot be made is lost like a dropped frame: not tried again on every
+  // poll of its period.
   const Status status = produce_set(tick - 1, spare_);
+  last_tick_ = tick;
   if (status != kOk) return status;
   std::swap(delivered_, spare_);
-  last_tick_ = tick;
   record_.frame_count = static_cast<std::int32_t>(delivered_.infos.size());
   record_.frame_info = delivered_.infos.data();
   record_.data = delivered_.samples.data();

@@ -1,5 +1,6 @@
 #include "virtual_camera/replay_device.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 #include <utility>
@@ -28,10 +29,27 @@ const std::optional<CapturedFrame>* captured_frame(const CapturedSet& set, int k
   }
 }
 
+const char* kind_word(int kind) {
+  switch (kind) {
+    case Corvane::kFrameRaw:
+      return "raw";
+    case Corvane::kFrameDepth:
+      return "depth";
+    case Corvane::kFrameIr:
+      return "infrared";
+    default:
+      return "colour";
+  }
+}
+
+// The stream types that play a capture of raw frames only, or of depth only.
+constexpr int kRawOnlyStream = 1;
+constexpr int kDepthOnlyStream = 2;
+
 }  // namespace
 
-ReplayDevice::ReplayDevice(int id, std::filesystem::path folder)
-    : Device(id, kReplayDeviceType), folder_(std::move(folder)) {}
+ReplayDevice::ReplayDevice(int id, std::filesystem::path folder, std::vector<CapturedSet> sets)
+    : Device(id, kReplayDeviceType), folder_(std::move(folder)), sets_(std::move(sets)) {}
 
 std::string ReplayDevice::serial_number() const {
   char serial[16];
@@ -46,11 +64,6 @@ Status ReplayDevice::open_source() {
   if (!std::filesystem::is_directory(folder_, error)) {
     report(folder_, "no such folder");
     return kDeviceUnavailable;
-  }
-  sets_.clear();
-  for (CapturedSet& set : scan_capture(folder_, std::cerr)) {
-    // Infrared only comes along with depth: alone it starts no stream.
-    if (set.raw || set.depth) sets_.push_back(std::move(set));
   }
   if (sets_.empty()) {
     report(folder_, "no usable depth or raw frame files in depth/ or raw/");
@@ -68,7 +81,18 @@ Status ReplayDevice::prepare_stream() {
     const std::optional<CapturedFrame>* frame = captured_frame(sets_[i], leading_kind);
     if (frame && *frame) playlist.push_back(i);
   }
-  if (playlist.empty()) return kNoFramesForStream;
+  if (playlist.empty()) {
+    const auto has = [this](std::optional<CapturedFrame> CapturedSet::*kind) {
+      return std::any_of(sets_.begin(), sets_.end(),
+                         [kind](const CapturedSet& set) { return (set.*kind).has_value(); });
+    };
+    const bool raw = has(&CapturedSet::raw);
+    std::cerr << "corvane_sdk: replay: " << folder_.string() << ": stream type " << stream_type()
+              << " needs " << kind_word(leading_kind) << " frames, and camera " << sets_.front().id
+              << " of the capture has " << (raw ? "raw" : "depth") << " frames only (stream type "
+              << (raw ? kRawOnlyStream : kDepthOnlyStream) << " plays them)\n";
+    return kNoFramesForStream;
+  }
   playlist_ = std::move(playlist);
   return kOk;
 }
@@ -83,12 +107,34 @@ Status ReplayDevice::produce_set(std::int64_t set_index, FrameSet& set) {
     if (!frame || !*frame) continue;
     pictures.of(kind) = read_captured_frame(**frame);
     if (pictures.of(kind).empty()) {
-      std::cerr << "corvane_sdk: replay: cannot read " << (*frame)->path.string() << '\n';
+      report_unreadable((*frame)->path);
       return kReadFailed;
     }
   }
   set = assemble(std::move(pictures));
   return kOk;
+}
+
+void ReplayDevice::report_unreadable(const std::filesystem::path& file) {
+  if (reported_folder_empty_) return;
+  bool any_frame_left = false;
+  for (const char* kind : {"depth", "raw", "ir"}) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder_ / kind, error), end;
+         !error && entry != end; entry.increment(error)) {
+      if (entry->is_regular_file(error)) {
+        any_frame_left = true;
+        break;
+      }
+    }
+  }
+  if (!any_frame_left) {
+    report(folder_, "the capture has gone: no frame files left, nothing to play");
+    reported_folder_empty_ = true;
+  } else if (reported_files_.insert(file).second) {
+    std::cerr << "corvane_sdk: replay: cannot read " << file.string()
+              << " (gone, cut short or unreadable); its sets are skipped\n";
+  }
 }
 
 cv::Size ReplayDevice::frame_size(int kind) const {

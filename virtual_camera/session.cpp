@@ -1,5 +1,8 @@
 #include "virtual_camera/session.h"
 
+#include <iostream>
+#include <utility>
+
 #include "virtual_camera/replay_device.h"
 #include "virtual_camera/simulated_device.h"
 
@@ -9,11 +12,23 @@ Session::Session(const CameraConfig& config) {
   int id = 1;
   for (const ConfiguredDevice& device : config.devices) {
     if (device.source == ConfiguredDevice::Source::kReplay) {
-      devices_.push_back(std::make_unique<ReplayDevice>(id, device.folder));
+      // Names and sizes only: the frames are read as they play.
+      std::vector<std::vector<CapturedSet>> cameras =
+          sets_by_camera(scan_capture(device.folder, std::cerr));
+      // A folder without playable frames still makes a device, whose
+      // OpenDevice says what is wrong with it.
+      if (cameras.empty()) cameras.emplace_back();
+      for (std::vector<CapturedSet>& sets : cameras) {
+        devices_.push_back(std::make_unique<ReplayDevice>(id++, device.folder, std::move(sets)));
+      }
     } else {
-      devices_.push_back(std::make_unique<SimulatedDevice>(id, device.type, config.scene));
+      devices_.push_back(std::make_unique<SimulatedDevice>(id++, device.type, config.scene));
     }
-    ++id;
+  }
+  if (devices_.size() > kMaxDevices) {
+    throw ConfigError("BOXDIM_CAMERA: " + std::to_string(devices_.size()) +
+                      " devices with the cameras of the capture folders; at most " +
+                      std::to_string(kMaxDevices) + " are supported");
   }
 }
 

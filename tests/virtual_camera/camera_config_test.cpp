@@ -45,7 +45,7 @@ TEST_F(CameraConfigTest, VariablesBecomeDevicesAndASceneOrNameTheBadItem) {
     const char* scene;
     std::string expected;
   };
-  const std::vector<Case> cases = {
+  std::vector<Case> cases = {
       {nullptr, nullptr, "S1 | 400x300x200 1000 0 0 15 0:0 1 0 0 1"},
       {"sim, sim:7 ,replay:C:/captures", " tilt = 4 ",
        "S1 S7 RC:/captures | 400x300x200 1000 4 0 15 0:0 1 0 0 1"},
@@ -66,6 +66,20 @@ TEST_F(CameraConfigTest, VariablesBecomeDevicesAndASceneOrNameTheBadItem) {
       {nullptr, "yaw=1,yaw=2", "BOXDIM_SCENE: 'yaw=2' sets yaw a second time"},
       {nullptr, "seed=2.5", "BOXDIM_SCENE: 'seed=2.5' needs a whole number from 0"},
   };
+  // A station connects a handful of cameras; hundreds would take gigabytes.
+  const auto sims = [](int n) {
+    std::string list = "sim";
+    for (int i = 1; i < n; ++i) list += ",sim";
+    return list;
+  };
+  const std::string sixteen = sims(16);
+  const std::string three_hundred = sims(300);
+  std::string sixteen_devices;
+  for (int i = 0; i < 16; ++i) sixteen_devices += "S1 ";
+  cases.push_back(
+      {sixteen.c_str(), nullptr, sixteen_devices + "| 400x300x200 1000 0 0 15 0:0 1 0 0 1"});
+  cases.push_back(
+      {three_hundred.c_str(), nullptr, "BOXDIM_CAMERA: 300 devices; at most 16 are supported"});
   for (const Case& c : cases) {
     c.camera ? setenv("BOXDIM_CAMERA", c.camera, 1) : unsetenv("BOXDIM_CAMERA");
     c.scene ? setenv("BOXDIM_SCENE", c.scene, 1) : unsetenv("BOXDIM_SCENE");

@@ -71,10 +71,12 @@ class ReplayTest : public VirtualCameraTest {
   std::string camera;
 };
 
-TEST_F(ReplayTest, PlaysTheSetsOfEachStreamInTimeOrderAndLoops) {
+// Device 2's frame in the same folder is a camera of its own, not a set
+// between device 1's.
+TEST_F(ReplayTest, PlaysEachCapturedCameraAsADeviceInTimeOrderAndLoops) {
   const std::vector<std::pair<int, std::vector<std::string>>> cases = {
-      {2, {"D1099", "D1100", "D2100", "D1101", "D1099"}},
-      {4, {"D1099", "D1100 I333", "D2100", "D1101"}},
+      {2, {"D1099", "D1100", "D1101", "D1099"}},
+      {4, {"D1099", "D1100 I333", "D1101"}},
   };
   ::testing::internal::CaptureStderr();
   open_first(camera.c_str());
@@ -83,6 +85,7 @@ TEST_F(ReplayTest, PlaysTheSetsOfEachStreamInTimeOrderAndLoops) {
     EXPECT_NE(warnings.find(file), std::string::npos) << file << " not named in\n" << warnings;
   }
   EXPECT_EQ(std::count(warnings.begin(), warnings.end(), '\n'), 2) << warnings;
+  ASSERT_EQ(find_devices().size(), 2u);
 
   for (const auto& [stream, sets] : cases) {
     SCOPED_TRACE(::testing::Message() << "stream " << stream);
@@ -90,6 +93,43 @@ TEST_F(ReplayTest, PlaysTheSetsOfEachStreamInTimeOrderAndLoops) {
     for (std::size_t i = 0; i < sets.size(); ++i) EXPECT_EQ(next_samples(), sets[i]) << i;
     ASSERT_EQ(StopStreaming(1), 0);
   }
+  ASSERT_EQ(OpenDevice(find_devices()[1]), 0);
+  ASSERT_EQ(StartStreaming(2, 2), 0);
+  for (int i = 0; i < 2; ++i) {
+    const FrameData* set = next_set(2);
+    ASSERT_NE(set, nullptr);
+    EXPECT_EQ(frames_of(*set).at(0).samples().at<std::uint16_t>(0, 0), 2100);
+  }
+}
+
+// The stream polls every millisecond; what went missing is said once, not
+// on every poll.
+TEST_F(ReplayTest, AFrameOrAFolderThatVanishesIsReportedOnce) {
+  open_first(camera.c_str());
+  ASSERT_EQ(StartStreaming(1, 2), 0);
+  ASSERT_EQ(next_samples(), "D1099");
+  fs::remove(dir.path() / "depth" / name("depth", 100));
+  const auto poll_for = [&](int periods) {
+    ::testing::internal::CaptureStderr();
+    for (int p = 0; p < periods; ++p) {
+      now_ += kFrameStep;
+      for (int poll = 0; poll < 20; ++poll) {
+        FrameData* frame = nullptr;
+        GetLastFrameData(1, frame);
+      }
+    }
+    return ::testing::internal::GetCapturedStderr();
+  };
+  const std::string one_file = poll_for(12);
+  EXPECT_EQ(std::count(one_file.begin(), one_file.end(), '\n'), 1) << one_file;
+  EXPECT_NE(one_file.find("cannot read " + (dir.path() / "depth" / name("depth", 100)).string()),
+            std::string::npos)
+      << one_file;
+
+  fs::remove_all(dir.path());
+  const std::string folder = poll_for(12);
+  EXPECT_EQ(folder, "corvane_sdk: replay: " + dir.path().string() +
+                        ": the capture has gone: no frame files left, nothing to play\n");
 }
 
 TEST(ReplayFolders, AFolderWithoutPlayableFramesCannotBeOpened) {
@@ -111,6 +151,36 @@ TEST(ReplayFolders, AFolderWithoutPlayableFramesCannotBeOpened) {
     ASSERT_EQ(UnInitSDK(), 0);
   }
   unsetenv("BOXDIM_CAMERA");
+}
+
+class ReplayFolderTest : public VirtualCameraTest {
+ protected:
+  boxdim::testing::TempDir dir;
+};
+
+// Status -20 alone does not tell an operator what to do.
+TEST_F(ReplayFolderTest, AStreamTheCaptureCannotFeedIsRefusedWithTheReason) {
+  write_frame(dir.path() / "raw" / "1_8x6-raw_5.raw", 7);
+  open_first(("replay:" + dir.path().string()).c_str());
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(StartStreaming(1, 2), kNoFramesForStream);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "corvane_sdk: replay: " + dir.path().string() +
+                ": stream type 2 needs depth frames, and camera 1 of the capture has raw frames "
+                "only (stream type 1 plays them)\n");
+  EXPECT_EQ(StartStreaming(1, 1), 0);
+}
+
+TEST_F(ReplayFolderTest, TheCamerasOfCaptureFoldersCountTowardsTheLimit) {
+  write_frame(dir.path() / "depth" / "1_8x6-depth_5.raw", 7);
+  write_frame(dir.path() / "depth" / "2_8x6-depth_5.raw", 7);
+  std::string camera = "replay:" + dir.path().string();
+  for (int i = 1; i < 9; ++i) camera += ",replay:" + dir.path().string();
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(init(camera.c_str()), kBadConfiguration);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "corvane_sdk: BOXDIM_CAMERA: 18 devices with the cameras of the capture folders; at "
+            "most 16 are supported\n");
 }
 
 }  // namespace
