@@ -7,6 +7,7 @@
 #include "app/frame_handler.h"
 #include "app/globals.h"
 #include "app/key_commands.h"
+#include "runtime/stop_signals.h"
 
 namespace boxdim {
 
@@ -69,7 +70,7 @@ void stop_fps_ticker() {
 }
 
 void run_main_loop(Session& session) {
-  while (!session.quit) {
+  while (!session.quit && StopSignals::requested() == 0) {
     if (g_fps_tick.load()) {
       publish_fps(session);
       g_fps_tick.exchange(false);

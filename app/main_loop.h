@@ -18,7 +18,7 @@ void stop_fps_ticker();
 // would otherwise spin a core.
 int wait_for_key(int delay_ms);
 
-// Until Esc: publish the frame counts when a second has passed, poll each open
+// Until Esc or a stop signal: publish the frame counts when a second has passed, poll each open
 // device once, sleep 1 ms, wait up to 30 ms for a key and run its command.
 void run_main_loop(Session& session);
 

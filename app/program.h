@@ -4,7 +4,8 @@
 namespace boxdim {
 
 // Start-up, main loop, shutdown and the final wait for Esc. SDK failures are
-// reported and never end the program early.
+// reported and never end the program early. SIGINT, SIGTERM and SIGHUP end
+// the loop as Esc does and skip the final wait.
 void run_program();
 
 }  // namespace boxdim

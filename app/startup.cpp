@@ -11,6 +11,7 @@
 #include "app/main_loop.h"
 #include "app/program_output.h"
 #include "app/windows.h"
+#include "runtime/stop_signals.h"
 
 namespace boxdim {
 
@@ -213,8 +214,9 @@ void shut_down(Session& session) {
   // Reported under the initialiser's label, on purpose.
   session.succeeded(Corvane::UnInitSDK(), "InitSDK");
   stop_fps_ticker();
-  // Keeps the console open until the operator has read it.
-  while (wait_for_key(kKeyWaitMs) != kEscKey) {
+  // Keeps the console open until the operator has read it; a stop signal
+  // means nobody is there to read it.
+  while (StopSignals::requested() == 0 && wait_for_key(kKeyWaitMs) != kEscKey) {
   }
 }
 

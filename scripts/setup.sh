@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs everything boxdim needs to build, test and run, from Debian packages
-# (Xvfb, xdotool and ImageMagick drive and photograph the program's windows in
+# (libxcb lets the station program ask for a display before it opens windows;
+# Xvfb, xdotool and ImageMagick drive and photograph the program's windows in
 # the end-to-end test and in the demo on machines without a display; clang, its
 # sanitizer and libFuzzer runtimes and llvm-symbolizer build and run the fuzzers).
 # Safe to run again: apt-get skips what is already there.
@@ -8,7 +9,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config
-  libopencv-dev libeigen3-dev
+  libopencv-dev libeigen3-dev libxcb1-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
   xvfb xdotool x11-utils imagemagick
