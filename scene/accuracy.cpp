@@ -4,6 +4,7 @@
 #include <cmath>
 #include <random>
 #include <sstream>
+#include <utility>
 
 #include "measure/frame_preparation.h"
 #include "measure/pipeline.h"
@@ -28,7 +29,7 @@ bool inside_frame(const cv::Point2f& p, const SceneParameters& scene) {
 // The top corners and, one box height further along the top face's normal,
 // the bottom corners all project into the frame.
 bool box_in_frame(const SceneParameters& scene) {
-  const SceneGroundTruth truth = render_scene(scene).truth;
+  const SceneGroundTruth truth = scene_ground_truth(scene);
   const PlaneEquation& n = truth.top_plane;
   for (const cv::Point3f& top : truth.top_corners_camera) {
     const cv::Point3f bottom = top + scene.box_height_mm * cv::Point3f(n.a, n.b, n.c);
@@ -91,15 +92,26 @@ std::vector<SceneFamily> accuracy_families() {
           {"noisy", CameraPose::kEither, true}};
 }
 
+SceneSampler::SceneSampler(SceneFamily family, int count, std::uint64_t seed)
+    : family_(std::move(family)), count_(count), rng_(seed) {}
+
+std::optional<SceneParameters> SceneSampler::next() {
+  while (drawn_ < count_ && draws_ < count_ * kMaxDrawsPerScene) {
+    ++draws_;
+    SceneParameters scene = draw_scene(family_, rng_);
+    if (box_in_frame(scene)) {
+      ++drawn_;
+      return scene;
+    }
+  }
+  return std::nullopt;
+}
+
 std::vector<SceneParameters> sample_family(const SceneFamily& family, int count,
                                            std::uint64_t seed) {
-  std::mt19937_64 rng(seed);
+  SceneSampler sampler(family, count, seed);
   std::vector<SceneParameters> scenes;
-  for (int draws = 0; static_cast<int>(scenes.size()) < count && draws < count * kMaxDrawsPerScene;
-       ++draws) {
-    SceneParameters scene = draw_scene(family, rng);
-    if (box_in_frame(scene)) scenes.push_back(scene);
-  }
+  while (std::optional<SceneParameters> scene = sampler.next()) scenes.push_back(*scene);
   return scenes;
 }
 

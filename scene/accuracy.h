@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <ctime>
 #include <map>
+#include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -28,11 +30,28 @@ struct SceneFamily {
 // (time-of-flight noise, half of the scenes tilted).
 std::vector<SceneFamily> accuracy_families();
 
-// `count` scenes of the family, drawn reproducibly from `seed`: boxes 150-600
-// mm long, at least 80 mm and 40 % of the length wide, 60-400 mm high, under
-// a camera 0.8-1.8 m above the floor, turned 0-90 degrees. Only scenes whose
-// box lies wholly in the frame (20 px margin) are kept, as an operator would
-// place it.
+// Scenes of a family, drawn one at a time and reproducibly from `seed`: boxes
+// 150-600 mm long, at least 80 mm and 40 % of the length wide, 60-400 mm
+// high, under a camera 0.8-1.8 m above the floor, turned 0-90 degrees. Only
+// scenes whose box lies wholly in the frame (20 px margin) are kept, as an
+// operator would place it.
+class SceneSampler {
+ public:
+  SceneSampler(SceneFamily family, int count, std::uint64_t seed);
+
+  // The next scene; nothing once `count` were drawn, or when 100 draws per
+  // scene asked for were not enough to find them.
+  std::optional<SceneParameters> next();
+
+ private:
+  SceneFamily family_;
+  int count_;
+  int drawn_ = 0;
+  int draws_ = 0;
+  std::mt19937_64 rng_;
+};
+
+// All `count` scenes of the family at once (fewer when the draws ran out).
 std::vector<SceneParameters> sample_family(const SceneFamily& family, int count,
                                            std::uint64_t seed);
 

@@ -296,4 +296,9 @@ RenderedScene render_scene(const SceneParameters& scene) {
   return RenderedScene{quantised, ground_truth(scene, geometry), surfaces};
 }
 
+SceneGroundTruth scene_ground_truth(const SceneParameters& scene) {
+  validate_scene(scene);
+  return ground_truth(scene, build_geometry(scene));
+}
+
 }  // namespace boxdim

@@ -80,4 +80,7 @@ void validate_scene(const SceneParameters& scene);
 
 RenderedScene render_scene(const SceneParameters& scene);
 
+// The ground truth of render_scene(scene), without rendering a pixel.
+SceneGroundTruth scene_ground_truth(const SceneParameters& scene);
+
 }  // namespace boxdim
