@@ -1,12 +1,15 @@
 #include "cli/cli_app.h"
 
 #include <CLI/CLI.hpp>
-#include <cmath>
-#include <regex>
+#include <cstdint>
+#include <limits>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 
+#include "cli/decimal_number.h"
 #include "cli/evaluate_command.h"
+#include "cli/intrinsics_fit.h"
 #include "cli/live_command.h"
 #include "cli/measure_command.h"
 #include "cli/simulate_command.h"
@@ -24,24 +27,16 @@ class UsageError : public std::runtime_error {
       : std::runtime_error(option + ": " + reason) {}
 };
 
-// "a<sep>b<sep>c" with exactly `count` finite numbers.
+// "a<sep>b<sep>c" with exactly `count` finite decimal numbers.
 std::vector<float> parse_numbers(const std::string& option, const std::string& text, char sep,
                                  std::size_t count, const std::string& form) {
   std::vector<float> values;
   std::stringstream parts(text);
   std::string part;
   while (std::getline(parts, part, sep)) {
-    std::size_t used = 0;
-    float value = 0.0f;
-    try {
-      value = std::stof(part, &used);
-    } catch (const std::exception&) {
-      used = 0;
-    }
-    if (used == 0 || used != part.size() || !std::isfinite(value)) {
-      throw UsageError(option, "'" + text + "' is not of the form " + form);
-    }
-    values.push_back(value);
+    const std::optional<float> value = parse_decimal<float>(part);
+    if (!value) throw UsageError(option, "'" + text + "' is not of the form " + form);
+    values.push_back(*value);
   }
   if (values.size() != count || (!text.empty() && text.back() == sep)) {
     throw UsageError(option, "'" + text + "' is not of the form " + form);
@@ -57,10 +52,13 @@ CameraIntrinsics parse_intrinsics(const std::string& text) {
   return {v[0], v[1], v[2], v[3]};
 }
 
+// Seeds are whole numbers from 0 to 2^64 - 1.
+constexpr std::uint64_t kMaxSeed = std::numeric_limits<std::uint64_t>::max();
+
 struct MeasureArguments {
   std::string size;
   std::string intrinsics;
-  long long seed = 0;
+  std::uint64_t seed = 0;
   MeasureOptions options;
 };
 
@@ -74,7 +72,8 @@ void add_measure_command(CLI::App& app, MeasureArguments& args) {
   CLI::App* cmd = app.add_subcommand("measure", "Measure the box in depth frame files");
   cmd->add_option("--size", args.size, "Frame size WxH of raw files");
   cmd->add_option("--intrinsics", args.intrinsics, "Camera intrinsics fx,fy,cx,cy in pixels");
-  cmd->add_option("--seed", args.seed, "Seed both random generators with N instead of the clock");
+  cmd->add_option("--seed", args.seed, "Seed both random generators with N instead of the clock")
+      ->check(decimal_in<std::uint64_t>(0, kMaxSeed));
   cmd->add_flag("--json", args.options.json, "One JSON object per file on standard output");
   cmd->add_option("--annotate", args.options.annotate_dir,
                   "Write each frame's picture as DIR/<file stem>.png");
@@ -87,17 +86,25 @@ void add_simulate_command(CLI::App& app, SimulateArguments& args) {
   CLI::App* cmd = app.add_subcommand("simulate", "Render a synthetic box scene to a depth file");
   cmd->add_option("--box", args.box, "Box size LxWxH in mm")->required();
   cmd->add_option("--camera-height", scene.camera_height_mm, "Camera height above the floor, mm")
-      ->required();
-  cmd->add_option("--tilt", scene.tilt_deg, "Camera tilt about its x axis, degrees");
-  cmd->add_option("--roll", scene.roll_deg, "Camera roll about its y axis, degrees");
-  cmd->add_option("--yaw", scene.yaw_deg, "Box turn about the vertical, degrees");
+      ->required()
+      ->check(finite_decimal());
+  cmd->add_option("--tilt", scene.tilt_deg, "Camera tilt about its x axis, degrees")
+      ->check(finite_decimal());
+  cmd->add_option("--roll", scene.roll_deg, "Camera roll about its y axis, degrees")
+      ->check(finite_decimal());
+  cmd->add_option("--yaw", scene.yaw_deg, "Box turn about the vertical, degrees")
+      ->check(finite_decimal());
   cmd->add_option("--offset", args.offset, "Box offset DX,DY along the floor, mm");
-  cmd->add_option("--noise", scene.noise.sigma_at_1m_mm, "Range noise sigma at 1 m, mm");
+  cmd->add_option("--noise", scene.noise.sigma_at_1m_mm, "Range noise sigma at 1 m, mm")
+      ->check(finite_decimal());
   cmd->add_option("--flying", scene.noise.flying_pixel_probability,
-                  "Probability of a flying pixel on a depth edge");
+                  "Probability of a flying pixel on a depth edge")
+      ->check(finite_decimal());
   cmd->add_option("--dropout", scene.noise.dropout_probability,
-                  "Probability of a pixel without depth");
-  cmd->add_option("--seed", scene.seed, "Noise seed");
+                  "Probability of a pixel without depth")
+      ->check(finite_decimal());
+  cmd->add_option("--seed", scene.seed, "Noise seed")
+      ->check(decimal_in<std::uint64_t>(0, kMaxSeed));
   cmd->add_option("--out", args.options.out_path, "Raw depth file to write")->required();
   cmd->add_option("--png", args.options.png_path, "8-bit preview picture to write");
 }
@@ -112,16 +119,18 @@ struct LiveArguments {
   LiveOptions options;
 };
 
-constexpr int kMaxScenesPerFamily = 100000;
+constexpr int kMaxScenesPerFamily = 10000;
 constexpr long long kMaxLiveFrames = 1000000000;
 
 void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
   CLI::App* cmd = app.add_subcommand(
       "evaluate", "Measure rendered scenes of known size and report the success rate and errors");
   cmd->add_option("--scenes", args.options.scenes, "Scenes per family")
-      ->check(CLI::Range(1, kMaxScenesPerFamily))
+      ->check(decimal_in(1, kMaxScenesPerFamily))
       ->capture_default_str();
-  cmd->add_option("--seed", args.options.seed, "Seed of the scene sampling")->capture_default_str();
+  cmd->add_option("--seed", args.options.seed, "Seed of the scene sampling")
+      ->check(decimal_in<std::uint64_t>(0, kMaxSeed))
+      ->capture_default_str();
   cmd->add_option("--family", args.family, "Scene family")
       ->check(CLI::IsMember({"top-down", "tilted", "noisy", "all"}))
       ->capture_default_str();
@@ -134,7 +143,7 @@ void add_live_command(CLI::App& app, LiveArguments& args) {
   CLI::App* cmd = app.add_subcommand(
       "live", "Measure every depth frame of every camera, headless, until interrupted");
   cmd->add_option("--frames", args.frames, "Stop after N measured frames")
-      ->check(CLI::Range(1LL, kMaxLiveFrames));
+      ->check(decimal_in(1LL, kMaxLiveFrames));
   cmd->add_flag("--json", args.options.json, "One JSON object per frame on standard output");
 }
 
@@ -162,7 +171,14 @@ MeasureOptions finish_measure(const CLI::App& app, MeasureArguments& args) {
       throw UsageError("--size", e.what());
     }
   }
-  if (cmd->count("--intrinsics") > 0) options.intrinsics = parse_intrinsics(args.intrinsics);
+  if (cmd->count("--intrinsics") > 0) {
+    options.intrinsics = parse_intrinsics(args.intrinsics);
+    if (options.size) {
+      const std::string misfit = intrinsics_misfit(*options.intrinsics, *options.size);
+      if (!misfit.empty()) throw UsageError("--intrinsics", misfit);
+    }
+  }
+  // Seeds above 2^63 - 1 wrap into the clock's signed range; any seed repeats a run.
   if (cmd->count("--seed") > 0) options.seed = static_cast<std::time_t>(args.seed);
   return options;
 }

@@ -13,13 +13,14 @@
 #include <opencv2/imgcodecs.hpp>
 #include <regex>
 
+#include "cli/image_header.h"
+#include "cli/output.h"
+
 namespace boxdim {
 
 namespace {
 
 constexpr std::size_t kFullFrameBytes = 640 * 480 * 2;
-
-bool valid_side(long long side) { return side >= 1 && side <= kMaxFrameSide; }
 
 std::string lower_extension(const std::string& path) {
   std::string ext = std::filesystem::path(path).extension().string();
@@ -38,7 +39,15 @@ std::string describe(FrameSize size) {
 std::uintmax_t readable_file_size(const std::string& path) {
   std::error_code ec;
   const auto status = std::filesystem::status(path, ec);
-  if (ec || !std::filesystem::exists(status)) throw DepthFileError("no such file");
+  if (!std::filesystem::exists(status)) {
+    if (ec && ec != std::errc::no_such_file_or_directory) {
+      throw DepthFileError("cannot be read (" + ec.message() + ")");
+    }
+    if (std::filesystem::is_symlink(std::filesystem::symlink_status(path, ec))) {
+      throw DepthFileError("no such file (a symbolic link to nothing)");
+    }
+    throw DepthFileError("no such file");
+  }
   if (std::filesystem::is_directory(status)) throw DepthFileError("is a directory");
   if (!std::filesystem::is_regular_file(status)) throw DepthFileError("not a regular file");
   const std::uintmax_t bytes = std::filesystem::file_size(path, ec);
@@ -92,6 +101,9 @@ DepthFrame read_raw(const std::string& path, std::optional<FrameSize> given) {
   // Sizes are checked before reading, so a wrong file costs nothing to reject.
   const std::uintmax_t bytes = readable_file_size(path);
   const FrameSize size = raw_frame_size(path, bytes, given);
+  if (const std::string problem = frame_size_problem(size); !problem.empty()) {
+    throw DepthFileError("frame of " + problem);
+  }
   const std::uintmax_t expected = std::uintmax_t{2} * size.width * size.height;
   if (bytes < expected) {
     throw DepthFileError("truncated: " + std::to_string(bytes) + " bytes, a " + describe(size) +
@@ -103,20 +115,35 @@ DepthFrame read_raw(const std::string& path, std::optional<FrameSize> given) {
   }
   std::ifstream in(path, std::ios::binary);
   if (!in) throw DepthFileError("cannot be opened for reading");
-  std::vector<unsigned char> raw(static_cast<std::size_t>(expected));
-  in.read(reinterpret_cast<char*>(raw.data()), static_cast<std::streamsize>(raw.size()));
-  if (in.gcount() != static_cast<std::streamsize>(raw.size())) {
+  DepthFrame frame{size, std::vector<std::uint16_t>(static_cast<std::size_t>(expected / 2))};
+  in.read(reinterpret_cast<char*>(frame.samples.data()), static_cast<std::streamsize>(expected));
+  if (in.gcount() != static_cast<std::streamsize>(expected)) {
     throw DepthFileError("could not be read to the end");
   }
-  DepthFrame frame{size, std::vector<std::uint16_t>(raw.size() / 2)};
-  for (std::size_t i = 0; i < frame.samples.size(); ++i) {
-    frame.samples[i] = static_cast<std::uint16_t>(raw[2 * i] | (raw[2 * i + 1] << 8));
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  for (std::uint16_t& sample : frame.samples) {
+    sample = static_cast<std::uint16_t>((sample >> 8) | (sample << 8));
   }
+#endif
   return frame;
+}
+
+// The size the image's header claims, checked before anything is decoded: a
+// small file may claim gigabytes of pixels.
+FrameSize checked_image_size(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  const std::optional<cv::Size> claimed = image_size_from_header(in);
+  if (!claimed) throw DepthFileError("not a readable image");
+  const FrameSize size{claimed->width, claimed->height};
+  if (const std::string problem = frame_size_problem(size); !problem.empty()) {
+    throw DepthFileError("image of " + problem);
+  }
+  return size;
 }
 
 DepthFrame read_image(const std::string& path, std::optional<FrameSize> given) {
   readable_file_size(path);
+  const FrameSize claimed = checked_image_size(path);
   cv::Mat image;
   try {
     const DecoderMessagesMuted muted;
@@ -129,9 +156,9 @@ DepthFrame read_image(const std::string& path, std::optional<FrameSize> given) {
     throw DepthFileError("not a 16-bit single-channel depth image");
   }
   const FrameSize size{image.cols, image.rows};
-  if (!valid_side(size.width) || !valid_side(size.height)) {
-    throw DepthFileError("image of " + describe(size) + " is larger than " +
-                         std::to_string(kMaxFrameSide) + " pixels on a side");
+  if (size.width != claimed.width || size.height != claimed.height) {
+    throw DepthFileError("not a readable image (its header says " + describe(claimed) +
+                         ", its pixels are " + describe(size) + ")");
   }
   if (given && (given->width != size.width || given->height != size.height)) {
     throw DepthFileError("image is " + describe(size) + ", not the " + describe(*given) +
@@ -148,31 +175,38 @@ DepthFrame read_image(const std::string& path, std::optional<FrameSize> given) {
 
 }  // namespace
 
+std::string frame_size_problem(FrameSize size) {
+  const auto area = static_cast<long long>(size.width) * size.height;
+  if (size.width < 1 || size.height < 1) return describe(size) + " pixels is empty";
+  if (size.width > kMaxFrameSide || size.height > kMaxFrameSide || area > kMaxFramePixels) {
+    return describe(size) + " pixels is too large: a frame may have at most " +
+           std::to_string(kMaxFrameSide) + " pixels on a side and " +
+           std::to_string(kMaxFramePixels) + " pixels in all (2048x2048)";
+  }
+  return "";
+}
+
 FrameSize parse_frame_size(const std::string& text) {
   static const std::regex pattern(R"(^(\d{1,9})x(\d{1,9})$)");
   std::smatch m;
   if (!std::regex_match(text, m, pattern)) {
     throw std::invalid_argument("'" + text + "' is not a size of the form WxH");
   }
-  const long long w = std::stoll(m[1]);
-  const long long h = std::stoll(m[2]);
-  if (!valid_side(w) || !valid_side(h)) {
-    throw std::invalid_argument("'" + text + "': each side must be 1 to " +
-                                std::to_string(kMaxFrameSide) + " pixels");
+  const FrameSize size{std::stoi(m[1]), std::stoi(m[2])};
+  if (const std::string problem = frame_size_problem(size); !problem.empty()) {
+    throw std::invalid_argument(problem);
   }
-  return {static_cast<int>(w), static_cast<int>(h)};
+  return size;
 }
 
 std::optional<FrameSize> size_from_capture_name(const std::string& path) {
-  static const std::regex pattern(R"(_(\d{1,9}x\d{1,9})-(?:depth|raw|ir)_[^/]*\.raw$)");
+  static const std::regex pattern(R"(_(\d{1,9})x(\d{1,9})-(?:depth|raw|ir)_[^/]*\.raw$)");
   const std::string name = std::filesystem::path(path).filename().string();
   std::smatch m;
   if (!std::regex_search(name, m, pattern)) return std::nullopt;
-  try {
-    return parse_frame_size(m[1]);
-  } catch (const std::invalid_argument&) {
-    return std::nullopt;
-  }
+  const FrameSize size{std::stoi(m[1]), std::stoi(m[2])};
+  if (size.width < 1 || size.height < 1) return std::nullopt;
+  return size;
 }
 
 DepthFrame read_depth_file(const std::string& path, std::optional<FrameSize> size) {
@@ -183,20 +217,16 @@ DepthFrame read_depth_file(const std::string& path, std::optional<FrameSize> siz
 
 void write_raw_depth(const std::string& path, const cv::Mat& depth) {
   CV_Assert(depth.type() == CV_16UC1);
-  std::vector<char> bytes;
+  std::vector<unsigned char> bytes;
   bytes.reserve(depth.total() * 2);
   for (int r = 0; r < depth.rows; ++r) {
     const auto* row = depth.ptr<std::uint16_t>(r);
     for (int c = 0; c < depth.cols; ++c) {
-      bytes.push_back(static_cast<char>(row[c] & 0xFF));
-      bytes.push_back(static_cast<char>(row[c] >> 8));
+      bytes.push_back(static_cast<unsigned char>(row[c] & 0xFF));
+      bytes.push_back(static_cast<unsigned char>(row[c] >> 8));
     }
   }
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  if (!out) throw DepthFileError("cannot be opened for writing");
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  out.close();
-  if (!out) throw DepthFileError("could not be written completely");
+  write_file(path, bytes);
 }
 
 }  // namespace boxdim

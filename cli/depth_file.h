@@ -16,8 +16,11 @@ struct FrameSize {
   int height = 0;
 };
 
-// Largest side accepted from a file or the command line, in pixels.
-constexpr int kMaxFrameSide = 8192;
+// The largest frame accepted from a file or the command line: depth cameras
+// make at most a few megapixels, and one frame of this size is measured in
+// under 300 MB.
+constexpr int kMaxFrameSide = 4096;
+constexpr long long kMaxFramePixels = 2048LL * 2048;
 
 struct DepthFrame {
   FrameSize size;
@@ -30,18 +33,23 @@ class DepthFileError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// "640x480" -> {640, 480}; throws std::invalid_argument on anything else.
+// Empty when a frame of `size` can be measured, else why not (too large).
+std::string frame_size_problem(FrameSize size);
+
+// "640x480" -> {640, 480}; throws std::invalid_argument on anything else,
+// or on a size that frame_size_problem refuses.
 FrameSize parse_frame_size(const std::string& text);
 
 // The size written into a capture file name, "..._640x480-depth_....raw".
 std::optional<FrameSize> size_from_capture_name(const std::string& path);
 
 // Reads a raw frame (size from `size`, else the capture name, else 640 x 480
-// for a file of exactly 614,400 bytes) or a 16-bit PNG/TIFF image. Throws
-// DepthFileError when the file is unreadable, truncated or of the wrong size.
+// for a file of exactly 614,400 bytes) or a 16-bit PNG/TIFF image, whose size
+// is checked in its header before it is decoded. Throws DepthFileError when the
+// file is unreadable, truncated, too large or of the wrong size.
 DepthFrame read_depth_file(const std::string& path, std::optional<FrameSize> size);
 
-// Writes a CV_16UC1 image as bare little-endian samples. Throws DepthFileError.
+// Writes a CV_16UC1 image as bare little-endian samples. Throws OutputError.
 void write_raw_depth(const std::string& path, const cv::Mat& depth);
 
 }  // namespace boxdim

@@ -7,31 +7,25 @@
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
-#include <opencv2/imgcodecs.hpp>
+#include <optional>
 #include <sstream>
-#include <stdexcept>
 
 #include "cli/error_plot.h"
+#include "cli/output.h"
+#include "cli/output_paths.h"
 #include "cli/progress_bar.h"
+#include "runtime/stop_signals.h"
 
 namespace boxdim {
 
 namespace {
 
-constexpr int kExitBadOutput = 2;
 // The random sampling of every scene starts from the same seed, so that a
 // run depends on the scene seed alone.
 constexpr std::time_t kRansacSeed = 1;
 constexpr std::size_t kFailuresShown = 3;
 
 constexpr double kPi = 3.14159265358979323846;
-
-// A file that cannot be written, named with the reason.
-class OutputError : public std::runtime_error {
- public:
-  OutputError(const std::string& path, const std::string& reason)
-      : std::runtime_error(path + ": " + reason) {}
-};
 
 // The optical axis's angle from straight down: tilt and roll compose to
 // cos(angle) = cos(tilt) * cos(roll).
@@ -142,66 +136,92 @@ ErrorPoint error_point(int series, const SceneMeasurement& m) {
            std::abs(double(m.measured.box_height) - truth.box_height)}};
 }
 
+// What a run measured of one family; fewer scenes than asked when the draws
+// ran out or the run was interrupted.
+struct FamilyRun {
+  const SceneFamily* family;
+  std::vector<SceneMeasurement> results;
+};
+
 int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& err) {
+  if (!options.csv_path.empty() && !options.plot_path.empty() &&
+      find_path_clash({}, {options.csv_path, options.plot_path})) {
+    err << "boxdim-cli: --csv and --plot name the same file: " << options.plot_path << '\n';
+    return kExitOutputFailed;
+  }
+  if (!options.plot_path.empty()) check_plot_path(options.plot_path);
   std::ofstream csv;
   if (!options.csv_path.empty()) {
     csv.open(options.csv_path, std::ios::trunc);
     if (!csv) throw OutputError(options.csv_path, "cannot be opened for writing");
-    csv << kCsvHeader << '\n' << std::flush;
-  }
-  if (!options.plot_path.empty()) check_plot_path(options.plot_path);
-
-  std::vector<std::vector<SceneParameters>> scenes;
-  int total = 0;
-  for (const SceneFamily& family : options.families) {
-    scenes.push_back(sample_family(family, options.scenes, options.seed));
-    total += static_cast<int>(scenes.back().size());
+    write_line(csv, kCsvHeader, options.csv_path);
   }
 
-  out << options.scenes << " scenes per family, scene seed " << options.seed << ", RANSAC seed "
-      << kRansacSeed << "\n\n";
+  const int total = options.scenes * static_cast<int>(options.families.size());
+  write_line(out,
+             std::to_string(options.scenes) + " scenes per family, scene seed " +
+                 std::to_string(options.seed) + ", RANSAC seed " + std::to_string(kRansacSeed) +
+                 "\n",
+             kStandardOutput);
+  // Scene by scene, so that the progress bar and the CSV move from the first
+  // one on, and an interruption keeps everything measured so far.
+  const StopSignals stop_signals;
   ProgressBar progress(err, total);
-  std::vector<FamilyStatistics> stats;
+  std::vector<FamilyRun> runs;
   std::vector<ErrorPoint> points;
   int done = 0;
-  for (std::size_t f = 0; f < options.families.size(); ++f) {
-    const std::string& name = options.families[f].name;
-    std::vector<SceneMeasurement> results;
-    for (const SceneParameters& scene : scenes[f]) {
-      progress.update(done, name);
-      results.push_back(measure_scene(scene, kRansacSeed));
+  for (const SceneFamily& family : options.families) {
+    if (StopSignals::requested()) break;
+    runs.push_back({&family, {}});
+    SceneSampler sampler(family, options.scenes, options.seed);
+    std::vector<SceneMeasurement>& results = runs.back().results;
+    while (!StopSignals::requested()) {
+      progress.update(done, family.name);
+      const std::optional<SceneParameters> scene = sampler.next();
+      if (!scene) break;
+      results.push_back(measure_scene(*scene, kRansacSeed));
       const SceneMeasurement& m = results.back();
       if (csv.is_open()) {
-        csv << csv_row(name, static_cast<int>(results.size()), m) << '\n' << std::flush;
-        if (!csv) throw OutputError(options.csv_path, "could not be written completely");
+        write_line(csv, csv_row(family.name, static_cast<int>(results.size()), m),
+                   options.csv_path);
       }
-      if (m.ok) points.push_back(error_point(static_cast<int>(f), m));
+      if (m.ok) points.push_back(error_point(static_cast<int>(runs.size() - 1), m));
       ++done;
     }
-    stats.push_back(summarise(results));
   }
-  progress.update(done, "done");
+  const int stop_signal = StopSignals::requested();
+  progress.update(done, stop_signal ? "interrupted" : "done");
   progress.finish();
-  for (std::size_t f = 0; f < scenes.size(); ++f) {
-    if (static_cast<int>(scenes[f].size()) < options.scenes) {
-      err << "boxdim-cli evaluate: " << options.families[f].name << ": only " << scenes[f].size()
+
+  std::vector<SceneFamily> families;
+  std::vector<FamilyStatistics> stats;
+  for (const FamilyRun& run : runs) {
+    families.push_back(*run.family);
+    stats.push_back(summarise(run.results));
+    if (!stop_signal && static_cast<int>(run.results.size()) < options.scenes) {
+      err << "boxdim-cli evaluate: " << run.family->name << ": only " << run.results.size()
           << " scenes kept the box in view\n";
     }
   }
-  print_table(out, options.families, stats);
+  std::ostringstream report;
+  print_table(report, families, stats);
+  if (stop_signal) {
+    report << "\nInterrupted by " << StopSignals::name(stop_signal) << " after " << done << " of "
+           << total << " scenes; the figures cover those.\n";
+    err << "boxdim-cli evaluate: interrupted by " << StopSignals::name(stop_signal) << " after "
+        << done << " of " << total << " scenes\n";
+  }
+  out << report.str();
+  check_stream(out, kStandardOutput);
 
   if (!options.plot_path.empty()) {
     std::vector<std::string> series;
-    for (const SceneFamily& family : options.families) series.push_back(family.name);
-    bool written = false;
-    try {
-      written = cv::imwrite(options.plot_path, draw_error_plot(series, points));
-    } catch (const cv::Exception&) {
-      written = false;
-    }
-    if (!written) throw OutputError(options.plot_path, "could not be written as a PNG picture");
+    for (const SceneFamily& family : families) series.push_back(family.name);
+    write_png(options.plot_path, draw_error_plot(series, points));
   }
-  return 0;
+  // As a shell reports a process the signal ended, though this one ended
+  // itself, with its report complete.
+  return stop_signal ? 128 + stop_signal : 0;
 }
 
 }  // namespace
@@ -211,7 +231,7 @@ int run_evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream
     return evaluate(options, out, err);
   } catch (const OutputError& e) {
     err << "boxdim-cli: " << e.what() << '\n';
-    return kExitBadOutput;
+    return kExitOutputFailed;
   }
 }
 

@@ -19,9 +19,12 @@ struct EvaluateOptions {
   std::string plot_path;  // empty: no picture
 };
 
-// The table of families on `out`, a progress bar on `err`. Exit status 0, or 2
-// when the CSV or the picture cannot be written (checked before the run
-// starts; the rows written so far stay).
+// Renders and measures scene by scene: a progress bar on `err`, a CSV row per
+// scene as it is measured, the table of families on `out` at the end.
+// SIGINT, SIGTERM or SIGHUP end the run after the current scene with the
+// report and plot of what was measured and status 128 + the signal. Otherwise
+// exit status 0, or 2 when an output cannot be written (the CSV and the
+// picture are tried before the run starts; the rows written so far stay).
 int run_evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace boxdim

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -15,8 +15,11 @@
 #include "app/frame_handler.h"
 #include "app/globals.h"
 #include "app/headless_display.h"
+#include "cli/json_line.h"
 #include "cli/json_number.h"
+#include "cli/output.h"
 #include "cli/result_text.h"
+#include "runtime/stop_signals.h"
 
 namespace boxdim {
 
@@ -27,34 +30,6 @@ constexpr std::int32_t kHighResolution = 2;
 // Between two rounds of polls: frames come every 33 ms, and a busy loop would
 // take the core the measurement needs.
 constexpr std::chrono::milliseconds kPollPause(1);
-
-volatile std::sig_atomic_t stop_requested = 0;
-
-extern "C" void request_stop(int) { stop_requested = 1; }
-
-// SIGINT and SIGTERM end the polling loop, so that the cameras are stopped
-// before the process ends; the previous handlers come back afterwards.
-class StopSignals {
- public:
-  StopSignals() {
-    stop_requested = 0;
-    struct sigaction action {};
-    action.sa_handler = request_stop;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, &previous_int_);
-    sigaction(SIGTERM, &action, &previous_term_);
-  }
-  ~StopSignals() {
-    sigaction(SIGINT, &previous_int_, nullptr);
-    sigaction(SIGTERM, &previous_term_, nullptr);
-  }
-  StopSignals(const StopSignals&) = delete;
-  StopSignals& operator=(const StopSignals&) = delete;
-
- private:
-  struct sigaction previous_int_ {};
-  struct sigaction previous_term_ {};
-};
 
 // A failed SDK call, named with its status.
 class SdkError : public std::runtime_error {
@@ -71,6 +46,7 @@ void check(std::int32_t status, const std::string& call) {
 struct LiveCamera {
   Corvane::DeviceInfo info{};
   CameraIntrinsics intrinsics;
+  cv::Size intrinsics_size;  // the image size the camera's intrinsics describe
   bool streaming = false;
   long long frames = 0;  // depth frames measured so far
 };
@@ -83,7 +59,7 @@ std::string text_line(const LiveCamera& camera, const DepthFrameResult& result) 
 }
 
 // The keys of `boxdim-cli measure --json`, with the camera in place of the file.
-std::string json_line(const LiveCamera& camera, const DepthFrameResult& result) {
+std::string result_json(const LiveCamera& camera, const DepthFrameResult& result) {
   const bool ok = result.outcome.ok;
   const auto dimension = [ok](float value) {
     return ok ? nlohmann::json(json_number(value)) : nlohmann::json(nullptr);
@@ -97,7 +73,16 @@ std::string json_line(const LiveCamera& camera, const DepthFrameResult& result) 
       {"height_mm", dimension(result.dimensions.box_height)},
       {"failed_stage", ok ? nlohmann::json(nullptr) : nlohmann::json(result.outcome.failed_stage)},
   };
-  return line.dump();
+  return json_line(line);
+}
+
+// The size of the set's first depth frame, if it has one.
+std::optional<cv::Size> depth_frame_size(const Corvane::FrameData& frame_data) {
+  for (std::int32_t i = 0; i < frame_data.frame_count; ++i) {
+    const Corvane::FrameInfo& info = frame_data.frame_info[i];
+    if (info.kind == Corvane::kFrameDepth) return cv::Size(info.width, info.height);
+  }
+  return std::nullopt;
 }
 
 // The process-wide objects the frame handler works on, set up for a headless
@@ -155,7 +140,7 @@ class LiveRun {
     using Clock = std::chrono::steady_clock;
     auto last_frame = Clock::now();
     std::int32_t last_status = 0;
-    while (stop_requested == 0 && !done()) {
+    while (StopSignals::requested() == 0 && !done() && output_failure_.empty()) {
       bool any_frame = false;
       for (LiveCamera& camera : cameras_) {
         if (done()) break;
@@ -166,8 +151,14 @@ class LiveRun {
         if (last_status != 0 || frame_data == nullptr) continue;
         any_frame = true;
         // One state serves every camera, so each frame is measured with its
-        // own camera's intrinsics.
-        g_measurement_state.intrinsics = camera.intrinsics;
+        // own camera's intrinsics, carried over to the frame's size: a camera
+        // (or a replayed capture) may deliver another size than the one its
+        // intrinsics were read for.
+        const std::optional<cv::Size> size = depth_frame_size(*frame_data);
+        g_measurement_state.intrinsics =
+            size && camera.intrinsics_size.area() > 0
+                ? scale_intrinsics(camera.intrinsics, camera.intrinsics_size, *size)
+                : camera.intrinsics;
         current_ = &camera;
         handle_frame(camera.info.id, frame_data);
         current_ = nullptr;
@@ -189,6 +180,10 @@ class LiveRun {
     if (!failure.empty()) throw SdkError(failure);
   }
 
+  // Why a line could not be written, or empty.
+  const std::string& output_failure() const { return output_failure_; }
+  long long measured() const { return measured_; }
+
  private:
   void start_camera(const Corvane::DeviceInfo& device) {
     LiveCamera camera;
@@ -204,17 +199,24 @@ class LiveRun {
     Corvane::Intrinsics intrinsics{};
     check(Corvane::GetIntric(device.id, Corvane::kFrameDepth, intrinsics), "GetIntric" + id);
     cameras_.back().intrinsics = {intrinsics.fx, intrinsics.fy, intrinsics.cx, intrinsics.cy};
+    cameras_.back().intrinsics_size = cv::Size(intrinsics.width, intrinsics.height);
   }
 
   bool done() const { return options_.frames && measured_ >= *options_.frames; }
 
   void report(const DepthFrameResult& result) {
     // A set may carry more than one depth frame; the count is exact all the same.
-    if (current_ == nullptr || done()) return;
+    if (current_ == nullptr || done() || !output_failure_.empty()) return;
     ++current_->frames;
     ++measured_;
-    out_ << (options_.json ? json_line(*current_, result) : text_line(*current_, result)) << '\n'
-         << std::flush;
+    // Thrown only once the frame handler is out of the way: the loop ends on it.
+    try {
+      write_line(out_,
+                 options_.json ? result_json(*current_, result) : text_line(*current_, result),
+                 kStandardOutput);
+    } catch (const OutputError& e) {
+      output_failure_ = e.what();
+    }
   }
 
   // Idempotent; returns the first failure's message, empty when all went well.
@@ -246,6 +248,7 @@ class LiveRun {
   std::vector<LiveCamera> cameras_;
   LiveCamera* current_ = nullptr;
   long long measured_ = 0;
+  std::string output_failure_;
   bool initialised_ = false;
 };
 
@@ -261,6 +264,14 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
     err << "boxdim-cli live: " << e.what() << '\n';
     return kExitCameraProblem;
   }
+  if (!run.output_failure().empty()) {
+    err << "boxdim-cli live: " << run.output_failure() << '\n';
+    return kExitOutputFailed;
+  }
+  err << "boxdim-cli live: " << run.measured() << " frames measured";
+  if (const int signal = StopSignals::requested())
+    err << ", stopped by " << StopSignals::name(signal);
+  err << '\n';
   return 0;
 }
 

@@ -19,9 +19,11 @@ constexpr int kExitCameraProblem = 3;
 constexpr int kLiveFrameTimeoutSeconds = 10;
 
 // One line (text or JSON) per measured depth frame on `out`; the measurement
-// stages' own lines and every error go to `err`. Exit status 0 once the frames
-// are done or SIGINT/SIGTERM arrived, else kExitCameraProblem. The cameras are
-// stopped and the SDK shut down in every case.
+// stages' own lines and every message go to `err`, which closes with the
+// number of frames measured. Exit status 0 once the frames are done or
+// SIGINT, SIGTERM or SIGHUP arrived; kExitOutputFailed (2) when `out` cannot
+// be written; else kExitCameraProblem. The cameras are stopped and the SDK
+// shut down in every case.
 int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace boxdim

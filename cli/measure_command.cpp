@@ -5,10 +5,13 @@
 #include <filesystem>
 #include <iomanip>
 #include <nlohmann/json.hpp>
-#include <opencv2/imgcodecs.hpp>
 #include <sstream>
 
+#include "cli/intrinsics_fit.h"
+#include "cli/json_line.h"
 #include "cli/json_number.h"
+#include "cli/output.h"
+#include "cli/output_paths.h"
 #include "cli/result_text.h"
 #include "measure/frame_preparation.h"
 #include "measure/pipeline.h"
@@ -42,8 +45,20 @@ FileResult measure_file(MeasurementState& state, const DepthFrame& frame) {
   return result;
 }
 
-nlohmann::json json_line(const std::string& file, const FileResult* result,
-                         const std::string& error) {
+// Given intrinsics are taken as they are; the default ones describe the
+// 640 x 480 mode and are carried over to the frame's own size.
+CameraIntrinsics intrinsics_for(const MeasureOptions& options, FrameSize size) {
+  if (options.intrinsics) {
+    const std::string misfit = intrinsics_misfit(*options.intrinsics, size);
+    if (!misfit.empty()) throw DepthFileError("--intrinsics: " + misfit);
+    return *options.intrinsics;
+  }
+  return scale_intrinsics(CameraIntrinsics{}, kDefaultIntrinsicsSize,
+                          cv::Size(size.width, size.height));
+}
+
+nlohmann::json json_object(const std::string& file, const FileResult* result,
+                           const std::string& error) {
   nlohmann::json line;
   line["file"] = file;
   const bool measured = result != nullptr && result->outcome.ok;
@@ -78,29 +93,50 @@ std::string human_line(const std::string& file, const FileResult& result) {
   return line.str();
 }
 
-void write_annotation(const std::string& dir, const std::string& file, const cv::Mat& picture) {
-  const std::string path =
-      (std::filesystem::path(dir) / std::filesystem::path(file).stem()).string() + ".png";
-  bool written = false;
-  try {
-    written = cv::imwrite(path, picture);
-  } catch (const cv::Exception&) {
-    written = false;
+std::vector<std::string> annotation_paths(const MeasureOptions& options) {
+  std::vector<std::string> paths;
+  if (options.annotate_dir.empty()) return paths;
+  for (const std::string& file : options.files) {
+    paths.push_back(
+        (std::filesystem::path(options.annotate_dir) / std::filesystem::path(file).stem())
+            .string() +
+        ".png");
   }
-  if (!written) throw DepthFileError("picture " + path + " could not be written");
+  return paths;
+}
+
+// Why the pictures cannot be written as asked, before any is: one would
+// replace an input, or two would share a file. Empty when all is well.
+std::string annotation_clash(const MeasureOptions& options, const std::vector<std::string>& paths) {
+  const std::optional<PathClash> clash = find_path_clash(options.files, paths);
+  if (!clash) return "";
+  const std::string& of = options.files[clash->output];
+  if (clash->with_input) {
+    return "--annotate would write the picture of " + of + " over the input " +
+           options.files[clash->other];
+  }
+  return "--annotate would write the pictures of " + options.files[clash->other] + " and " + of +
+         " to the same file " + paths[clash->output];
 }
 
 void prepare_annotation_dir(const std::string& dir) {
   std::error_code ec;
   std::filesystem::create_directories(dir, ec);
   if (!std::filesystem::is_directory(dir, ec)) {
-    throw DepthFileError("cannot create the annotation folder");
+    throw OutputError(dir, "cannot create the annotation folder" +
+                               (ec ? " (" + ec.message() + ")" : std::string()));
   }
 }
 
 }  // namespace
 
 int run_measure(const MeasureOptions& options, std::ostream& out, std::ostream& err) {
+  const std::vector<std::string> pictures = annotation_paths(options);
+  if (const std::string clash = annotation_clash(options, pictures); !clash.empty()) {
+    err << "boxdim-cli: " << clash << '\n';
+    return kExitBadInput;
+  }
+
   MeasurementState state;
   state.seams.log = options.json ? &err : &out;
   state.seams.error_log = &err;
@@ -108,49 +144,33 @@ int run_measure(const MeasureOptions& options, std::ostream& out, std::ostream& 
     const std::time_t seed = *options.seed;
     state.seams.seed_clock = [seed] { return seed; };
   }
-  if (options.intrinsics) state.intrinsics = *options.intrinsics;
 
   int status = 0;
-  const auto report_error = [&](const std::string& what, const std::string& reason) {
-    err << "boxdim-cli: " << what << ": " << reason << '\n';
-    status = kExitBadInput;
-  };
-
-  bool annotate = !options.annotate_dir.empty();
-  if (annotate) {
-    try {
-      prepare_annotation_dir(options.annotate_dir);
-    } catch (const DepthFileError& e) {
-      report_error(options.annotate_dir, e.what());
-      annotate = false;
-    }
-  }
-
-  for (const std::string& file : options.files) {
-    DepthFrame frame;
-    FileResult result;
-    try {
-      frame = read_depth_file(file, options.size);
-      result = measure_file(state, frame);
-    } catch (const std::exception& e) {
-      report_error(file, e.what());
-      if (options.json) out << json_line(file, nullptr, e.what()).dump() << '\n' << std::flush;
-      continue;
-    }
-    if (!result.outcome.ok && status == 0) status = kExitMeasurementFailed;
-    if (options.json) {
-      out << json_line(file, &result, "").dump() << '\n';
-    } else {
-      out << human_line(file, result) << '\n';
-    }
-    out.flush();
-    if (annotate) {
+  try {
+    if (!pictures.empty()) prepare_annotation_dir(options.annotate_dir);
+    for (std::size_t i = 0; i < options.files.size(); ++i) {
+      const std::string& file = options.files[i];
+      FileResult result;
       try {
-        write_annotation(options.annotate_dir, file, result.shown);
-      } catch (const DepthFileError& e) {
-        report_error(file, e.what());
+        const DepthFrame frame = read_depth_file(file, options.size);
+        state.intrinsics = intrinsics_for(options, frame.size);
+        result = measure_file(state, frame);
+      } catch (const std::exception& e) {
+        err << "boxdim-cli: " << file << ": " << e.what() << '\n';
+        status = kExitBadInput;
+        if (options.json)
+          write_line(out, json_line(json_object(file, nullptr, e.what())), kStandardOutput);
+        continue;
       }
+      if (!result.outcome.ok && status == 0) status = kExitMeasurementFailed;
+      write_line(
+          out, options.json ? json_line(json_object(file, &result, "")) : human_line(file, result),
+          kStandardOutput);
+      if (!pictures.empty()) write_png(pictures[i], result.shown);
     }
+  } catch (const OutputError& e) {
+    err << "boxdim-cli: " << e.what() << '\n';
+    return kExitOutputFailed;
   }
   return status;
 }

@@ -14,6 +14,8 @@ namespace boxdim {
 
 struct MeasureOptions {
   std::optional<FrameSize> size;
+  // Taken for every frame as given; without them the station camera's own,
+  // carried over to each frame's size.
   std::optional<CameraIntrinsics> intrinsics;
   std::optional<std::time_t> seed;  // replaces the clock of both RANSAC stages
   bool json = false;
@@ -22,8 +24,9 @@ struct MeasureOptions {
 };
 
 // Exit status: 0 every file measured, 1 some measurement failed, 2 some file
-// (or the annotation folder) could not be used; the other files are still
-// measured.
+// could not be used (the other files are still measured), or an output could
+// not be written (the run stops there), or a picture would overwrite an input
+// or another picture (checked before anything is measured).
 int run_measure(const MeasureOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace boxdim

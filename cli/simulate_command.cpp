@@ -1,11 +1,13 @@
 #include "cli/simulate_command.h"
 
 #include <nlohmann/json.hpp>
-#include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
 
 #include "cli/depth_file.h"
+#include "cli/json_line.h"
 #include "cli/json_number.h"
+#include "cli/output.h"
+#include "cli/output_paths.h"
 
 namespace boxdim {
 
@@ -59,6 +61,10 @@ nlohmann::json ground_truth_json(const SimulateOptions& options, const SceneGrou
 }  // namespace
 
 int run_simulate(const SimulateOptions& options, std::ostream& out, std::ostream& err) {
+  if (!options.png_path.empty() && find_path_clash({}, {options.out_path, options.png_path})) {
+    err << "boxdim-cli: --out and --png name the same file: " << options.png_path << '\n';
+    return kExitBadInput;
+  }
   RenderedScene rendered;
   try {
     rendered = render_scene(options.scene);
@@ -68,23 +74,12 @@ int run_simulate(const SimulateOptions& options, std::ostream& out, std::ostream
   }
   try {
     write_raw_depth(options.out_path, rendered.depth);
-  } catch (const DepthFileError& e) {
-    err << "boxdim-cli: " << options.out_path << ": " << e.what() << '\n';
-    return kExitBadInput;
+    if (!options.png_path.empty()) write_png(options.png_path, preview_image(rendered.depth));
+    write_line(out, json_line(ground_truth_json(options, rendered.truth)), kStandardOutput);
+  } catch (const OutputError& e) {
+    err << "boxdim-cli: " << e.what() << '\n';
+    return kExitOutputFailed;
   }
-  if (!options.png_path.empty()) {
-    bool written = false;
-    try {
-      written = cv::imwrite(options.png_path, preview_image(rendered.depth));
-    } catch (const cv::Exception&) {
-      written = false;
-    }
-    if (!written) {
-      err << "boxdim-cli: " << options.png_path << ": cannot be written as a PNG picture\n";
-      return kExitBadInput;
-    }
-  }
-  out << ground_truth_json(options, rendered.truth).dump() << '\n';
   return 0;
 }
 

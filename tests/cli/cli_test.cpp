@@ -6,11 +6,16 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <regex>
 
+#include "cli/depth_file.h"
 #include "cli_run.h"
+#include "measure/camera_intrinsics.h"
+#include "scene/depth_scene.h"
+#include "support/scratch_working_directory.h"
 #include "temp_dir.h"
 
 namespace boxdim {
@@ -83,7 +88,35 @@ INSTANTIATE_TEST_SUITE_P(
                   "errors.jpg: the picture must be a .png file"},
         UsageCase{"unwritable_csv",
                   {"evaluate", "--csv", "/nonexistent/boxdim/scenes.csv"},
-                  "scenes.csv: cannot be opened for writing"}),
+                  "scenes.csv: cannot be opened for writing"},
+        // Numbers are read whole and in decimal, within their range.
+        UsageCase{"hex_intrinsics",
+                  {"measure", "--intrinsics", "0x10,506,323,231", "x.raw"},
+                  "--intrinsics: '0x10,506,323,231' is not of the form fx,fy,cx,cy"},
+        UsageCase{"focal_length_of_another_frame",
+                  {"measure", "--size", "640x480", "--intrinsics", "16,506,323,231", "x.raw"},
+                  "--intrinsics: focal lengths fx 16, fy 506 do not fit a 640x480 frame"},
+        UsageCase{"principal_point_off_the_frame",
+                  {"measure", "--size", "320x240", "--intrinsics", "253,253,323,231", "x.raw"},
+                  "principal point (323, 231) lies outside a 320x240 frame"},
+        UsageCase{
+            "negative_seed", {"measure", "--seed", "-1", "x.raw"}, "--seed: '-1' is not from 0"},
+        UsageCase{"seed_beyond_64_bits",
+                  {"simulate", "--box", "4x3x2", "--camera-height", "1000", "--out", "x.raw",
+                   "--seed", "18446744073709551616"},
+                  "--seed: '18446744073709551616' is not from 0 to 18446744073709551615"},
+        UsageCase{"hex_camera_height",
+                  {"simulate", "--box", "4x3x2", "--camera-height", "0x3e8", "--out", "x.raw"},
+                  "--camera-height: '0x3e8' is not a decimal number"},
+        UsageCase{"spaced_tilt",
+                  {"simulate", "--box", "4x3x2", "--camera-height", "900", "--tilt", " 5", "--out",
+                   "x.raw"},
+                  "--tilt: ' 5' is not a decimal number"},
+        UsageCase{
+            "hex_scenes", {"evaluate", "--scenes", "0x10"}, "--scenes: '0x10' is not a whole"},
+        UsageCase{"too_many_scenes", {"evaluate", "--scenes", "10001"}, "is not from 1 to 10000"},
+        UsageCase{"hex_frames", {"live", "--frames", "0x3"}, "--frames: '0x3' is not a whole"},
+        UsageCase{"too_large_size", {"measure", "--size", "4096x4096", "x.raw"}, "too large"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CliTest, ASimulatedFrameIsMeasuredAsItsGroundTruthWithOneJsonObjectPerFile) {
@@ -155,14 +188,129 @@ TEST_F(CliTest, WithoutJsonTheLogGoesToStandardOutputAndAnnotationsNameTheFile) 
   EXPECT_EQ(failed.at<cv::Vec3b>(240, 320 + 12), cv::Vec3b(0, 255, 0)) << "centre marker";
 }
 
-TEST_F(CliTest, AnAnnotationFolderThatCannotBeMadeIsReportedButMeasuringGoesOn) {
-  const std::string frame = simulate("scene-b.raw");
-  std::ofstream(dir.file("occupied")) << "a file, not a folder";
-  const CliRun r = run({"measure", "--json", "--annotate", dir.file("occupied"), frame});
+// Rows name files in the test's folder; "{box}" is a rendered frame there.
+struct OverwriteCase {
+  const char* name;
+  std::vector<std::string> args;
+  const char* message;
+};
+
+class OverwriteTest : public CliTest, public ::testing::WithParamInterface<OverwriteCase> {};
+
+// Refused before anything is measured or written: every file in the folder
+// stays as it was, and nothing is added.
+TEST_P(OverwriteTest, IsRefusedBeforeAnythingIsWritten) {
+  const std::string box = simulate("box.raw");
+  ASSERT_TRUE(cv::imwrite(dir.file("box.png"), cv::Mat(48, 64, CV_16UC1, cv::Scalar(900))));
+  for (const char* sub : {"d1", "d2"}) {
+    std::filesystem::create_directory(dir.file(sub));
+    std::filesystem::copy_file(box, dir.file(std::string(sub) + "/x.raw"));
+  }
+  const auto snapshot = [&] {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir.path())) {
+      if (!entry.is_regular_file()) continue;
+      std::ifstream in(entry.path(), std::ios::binary);
+      files[entry.path().string()] = std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    return files;
+  };
+  const auto before = snapshot();
+
+  std::vector<std::string> args;
+  for (const std::string& arg : GetParam().args) {
+    args.push_back(std::regex_replace(arg, std::regex("\\{dir\\}"), dir.path().string()));
+  }
+  const CliRun r = run(args);
   EXPECT_EQ(r.status, 2);
-  EXPECT_EQ(lines_of(r.out).size(), 1u);
-  EXPECT_NE(r.err.find("cannot create the annotation folder"), std::string::npos) << r.err;
+  EXPECT_EQ(r.out, "");
+  const std::string expected =
+      std::regex_replace(GetParam().message, std::regex("\\{dir\\}"), dir.path().string());
+  EXPECT_EQ(r.err, "boxdim-cli: " + expected + "\n");
+  EXPECT_EQ(snapshot(), before);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, OverwriteTest,
+    ::testing::Values(
+        OverwriteCase{"picture_over_input",
+                      {"measure", "--annotate", "{dir}", "{dir}/box.raw", "{dir}/box.png"},
+                      "--annotate would write the picture of {dir}/box.raw over the input "
+                      "{dir}/box.png"},
+        OverwriteCase{"two_pictures_one_file",
+                      {"measure", "--annotate", "{dir}/D", "{dir}/d1/x.raw", "{dir}/d2/x.raw"},
+                      "--annotate would write the pictures of {dir}/d1/x.raw and {dir}/d2/x.raw "
+                      "to the same file {dir}/D/x.png"},
+        OverwriteCase{"simulate_out_is_png",
+                      {"simulate", "--box", "4x3x2", "--camera-height", "900", "--out",
+                       "{dir}/s.raw", "--png", "{dir}/d1/../s.raw"},
+                      "--out and --png name the same file: {dir}/d1/../s.raw"},
+        OverwriteCase{
+            "evaluate_csv_is_plot",
+            {"evaluate", "--scenes", "1", "--csv", "{dir}/e.png", "--plot", "{dir}/./e.png"},
+            "--csv and --plot name the same file: {dir}/./e.png"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct UnwritableCase {
+  const char* name;
+  std::vector<std::string> args;
+  const char* message;  // after "boxdim-cli: "
+  std::size_t lines_out;
+};
+
+class UnwritableOutputTest : public CliTest,
+                             public ::testing::WithParamInterface<UnwritableCase> {};
+
+// The first output that cannot be written ends the run: one line naming it
+// and why, status 2, and what was written before it stays.
+TEST_P(UnwritableOutputTest, StopsTheRunWithOneLineAndStatusTwo) {
+  for (const char* name : {"first.raw", "second.raw", "third.raw"}) simulate(name);
+  std::ofstream(dir.file("occupied")) << "a file, not a folder";
+  std::filesystem::create_directories(dir.file("pics/second.png"));
+  const auto in_dir = [&](const std::string& text) {
+    return std::regex_replace(text, std::regex("\\{dir\\}"), dir.path().string());
+  };
+  std::vector<std::string> args;
+  for (const std::string& arg : GetParam().args) args.push_back(in_dir(arg));
+  const CliRun r = run(args);
+  EXPECT_EQ(r.status, 2);
+  const std::string expected = "boxdim-cli: " + in_dir(GetParam().message);
+  std::vector<std::string> ours;
+  for (const std::string& line : lines_of(r.err)) {
+    if (line.rfind("boxdim-cli", 0) == 0) ours.push_back(line);
+  }
+  ASSERT_EQ(ours.size(), 1u) << r.err;
+  EXPECT_EQ(ours[0].substr(0, expected.size()), expected) << ours[0];
+  EXPECT_EQ(lines_of(r.out).size(), GetParam().lines_out) << r.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Outputs, UnwritableOutputTest,
+    ::testing::Values(
+        UnwritableCase{"annotation_folder_blocked",
+                       {"measure", "--json", "--annotate", "{dir}/occupied", "{dir}/first.raw"},
+                       "{dir}/occupied: cannot create the annotation folder",
+                       0},
+        UnwritableCase{"second_picture_blocked",
+                       {"measure", "--json", "--seed", "1", "--annotate", "{dir}/pics",
+                        "{dir}/first.raw", "{dir}/second.raw", "{dir}/third.raw"},
+                       "{dir}/pics/second.png: cannot be opened for writing (Is a directory)",
+                       2},
+        UnwritableCase{
+            "raw_onto_a_folder",
+            {"simulate", "--box", "4x3x2", "--camera-height", "900", "--out", "{dir}/pics"},
+            "{dir}/pics: cannot be opened for writing (Is a directory)",
+            0},
+        UnwritableCase{"preview_onto_a_full_disk",
+                       {"simulate", "--box", "4x3x2", "--camera-height", "900", "--out",
+                        "{dir}/s.raw", "--png", "/dev/full"},
+                       "/dev/full: could not be written completely (No space left on device)",
+                       0},
+        UnwritableCase{"csv_onto_a_full_disk",
+                       {"evaluate", "--scenes", "1", "--csv", "/dev/full"},
+                       "/dev/full: cannot be written (No space left on device)",
+                       0}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 struct BadFileCase {
   const char* name;  // also how the file is made, when not from `bytes`
@@ -186,6 +334,11 @@ TEST_P(BadFileTest, IsOneLineOnStandardErrorAndTheOtherFilesAreStillMeasured) {
     ASSERT_EQ(::mkfifo(bad.c_str(), 0600), 0);
   } else if (kind == "eight_bit_png") {
     ASSERT_TRUE(cv::imwrite(bad, cv::Mat(48, 64, CV_8UC1, cv::Scalar(9))));
+  } else if (kind == "over_four_megapixels") {
+    ASSERT_TRUE(cv::imwrite(bad, cv::Mat(2049, 2049, CV_16UC1, cv::Scalar(900))));
+  } else if (kind == "symlink_loop") {
+    std::filesystem::create_symlink(bad, bad + ".back");
+    std::filesystem::create_symlink(bad + ".back", bad);
   } else if (kind != "missing") {
     write_bytes(bad, c.bytes);
   }
@@ -219,6 +372,16 @@ TEST_P(BadFileTest, IsOneLineOnStandardErrorAndTheOtherFilesAreStillMeasured) {
 
 const std::string kFullFrame(614400, 5);
 
+// A PNG signature and header for 30000 x 30000 16-bit grey, then junk.
+const std::string kHugePngHeader =
+    std::string("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\x75\x30\0\0\x75\x30\x10\0\0\0\0", 29) +
+    std::string(200, '\x7f');
+// A little-endian TIFF whose first directory says 5000 x 5000 (two LONG entries).
+const std::string kHugeTiffHeader = std::string("II*\0\x08\0\0\0\x02\0", 10) +
+                                    std::string("\x00\x01\x04\0\x01\0\0\0\x88\x13\0\0", 12) +
+                                    std::string("\x01\x01\x04\0\x01\0\0\0\x88\x13\0\0", 12) +
+                                    std::string(100, '\0');
+
 // Raw and image files share the checks of the file itself; an empty PNG shows
 // that images go through them too.
 INSTANTIATE_TEST_SUITE_P(
@@ -237,8 +400,91 @@ INSTANTIATE_TEST_SUITE_P(
         BadFileCase{"corrupt_png", "corrupt.png",
                     std::string("\x89PNG\r\n\x1a\n", 8) + std::string(300, '\x7f'),
                     "not a readable image"},
-        BadFileCase{"eight_bit_png", "grey.png", "", "not a 16-bit"}),
+        BadFileCase{"eight_bit_png", "grey.png", "", "not a 16-bit"},
+        BadFileCase{"symlink_loop", "loop.raw", "",
+                    "cannot be read (Too many levels of symbolic links)"},
+        // Sizes are refused from the header, before a pixel is decoded: this
+        // one would take 1.8 GB.
+        BadFileCase{"huge_png_header", "huge.png", kHugePngHeader,
+                    "image of 30000x30000 pixels is too large"},
+        BadFileCase{"huge_tiff_header", "huge.tiff", kHugeTiffHeader,
+                    "image of 5000x5000 pixels is too large"},
+        BadFileCase{"over_four_megapixels", "big.png", "",
+                    "image of 2049x2049 pixels is too large"},
+        BadFileCase{"huge_capture_name", "1_4096x4096-depth_7.raw", std::string(1000, 5),
+                    "frame of 4096x4096 pixels is too large"}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// Without --intrinsics, the station camera's own are carried over to each
+// frame's size (a 320 x 240 frame is its 640 x 480 mode binned 2 x 2), also
+// when the sizes change from one frame to the next.
+TEST_F(CliTest, FramesOfEverySizeAreMeasuredWithTheIntrinsicsOfTheirSize) {
+  std::vector<std::string> args = {"measure", "--json", "--seed", "1"};
+  const cv::Size sizes[] = {{320, 240}, {640, 480}, {1280, 960}, {320, 240}};
+  for (const cv::Size& size : sizes) {
+    SceneParameters scene;
+    scene.camera_height_mm = 800.0f;
+    scene.yaw_deg = 10.0f;
+    scene.image_width = size.width;
+    scene.image_height = size.height;
+    scene.intrinsics = scale_intrinsics(CameraIntrinsics{}, kDefaultIntrinsicsSize, size);
+    const std::string name = "1_" + std::to_string(size.width) + "x" + std::to_string(size.height) +
+                             "-depth_" + std::to_string(args.size()) + ".raw";
+    write_raw_depth(dir.file(name), render_scene(scene).depth);
+    args.push_back(dir.file(name));
+  }
+  const CliRun r = run(args);
+  EXPECT_EQ(r.status, 0) << r.err;
+  const auto lines = lines_of(r.out);
+  ASSERT_EQ(lines.size(), std::size(sizes));
+  for (const std::string& line : lines) {
+    const auto result = nlohmann::json::parse(line);
+    ASSERT_EQ(result["ok"], true) << line;
+    EXPECT_NEAR(result["length_mm"].get<double>(), 400.0, 3.0) << line;
+    EXPECT_NEAR(result["width_mm"].get<double>(), 300.0, 3.0) << line;
+    EXPECT_NEAR(result["height_mm"].get<double>(), 200.0, 3.0) << line;
+  }
+}
+
+TEST_F(CliTest, GivenIntrinsicsThatCannotBelongToAFrameMakeThatFileUnusable) {
+  const std::string frame = simulate("box.raw");
+  const CliRun r = run({"measure", "--json", "--intrinsics", "16,506,323,231", frame});
+  EXPECT_EQ(r.status, 2);
+  const auto line = nlohmann::json::parse(r.out);
+  EXPECT_EQ(line["ok"], false);
+  EXPECT_EQ(line["error"],
+            "--intrinsics: focal lengths fx 16, fy 506 do not fit a 640x480 frame (64 to 6400 px)");
+  EXPECT_NE(r.err.find("boxdim-cli: " + frame + ": --intrinsics: focal lengths"),
+            std::string::npos);
+}
+
+// Linux file names are bytes; JSON is UTF-8. Invalid bytes become U+FFFD, and
+// every file still gets its line.
+TEST_F(CliTest, PathsThatAreNotUtf8ComeOutAsValidJsonLines) {
+  const std::string frame = simulate("box.raw");
+  const std::string latin1 = dir.file("caf\xe9.raw");
+  std::filesystem::copy_file(frame, latin1);
+  const CliRun measured = run({"measure", "--json", "--seed", "1", latin1, frame});
+  EXPECT_EQ(measured.status, 0) << measured.err;
+  const auto lines = lines_of(measured.out);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(nlohmann::json::parse(lines[0])["file"], dir.file("caf\xef\xbf\xbd.raw"));
+  EXPECT_EQ(nlohmann::json::parse(lines[1])["file"], frame);
+
+  const CliRun simulated =
+      run({"simulate", "--box", "4x3x2", "--camera-height", "900", "--out", dir.file("s\xff.raw")});
+  EXPECT_EQ(simulated.status, 0) << simulated.err;
+  EXPECT_EQ(nlohmann::json::parse(simulated.out)["file"], dir.file("s\xef\xbf\xbd.raw"));
+}
+
+TEST_F(CliTest, AFileNameStartingWithADashIsMeasuredAfterTheDoubleDash) {
+  const std::string frame = simulate("box.raw");
+  const testing::ScratchWorkingDirectory cwd;
+  std::filesystem::copy_file(frame, "-dash.raw");
+  const CliRun r = run({"measure", "--json", "--", "-dash.raw"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(nlohmann::json::parse(r.out)["file"], "-dash.raw");
+}
 
 TEST_F(CliTest, EvaluateReportsOneFamilyAndWritesItsScenesAndPlot) {
   const CliRun r = run({"evaluate", "--scenes", "2", "--family", "tilted", "--csv",

@@ -1,0 +1,69 @@
+#include "cli/output.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <opencv2/imgcodecs.hpp>
+
+namespace boxdim {
+
+namespace {
+
+// The reason the last system call gave, when there is one.
+std::string system_reason(const char* fallback) {
+  return errno != 0 ? std::string(std::strerror(errno)) : std::string(fallback);
+}
+
+}  // namespace
+
+void check_stream(std::ostream& out, const std::string& output) {
+  errno = 0;
+  out.flush();
+  if (!out) throw OutputError(output, "cannot be written (" + system_reason("write failed") + ")");
+}
+
+void write_line(std::ostream& out, const std::string& text, const std::string& output) {
+  errno = 0;
+  out << text << '\n';
+  check_stream(out, output);
+}
+
+void write_file(const std::string& path, const std::vector<unsigned char>& bytes) {
+  errno = 0;
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd < 0) {
+    throw OutputError(path, "cannot be opened for writing (" + system_reason("open failed") + ")");
+  }
+  std::size_t written = 0;
+  while (written < bytes.size()) {
+    const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      const std::string reason = system_reason("write failed");
+      ::close(fd);
+      throw OutputError(path, "could not be written completely (" + reason + ")");
+    }
+    written += static_cast<std::size_t>(n);
+  }
+  // A network or full file system may only report the failure on close.
+  if (::close(fd) != 0) {
+    throw OutputError(path,
+                      "could not be written completely (" + system_reason("close failed") + ")");
+  }
+}
+
+void write_png(const std::string& path, const cv::Mat& picture) {
+  std::vector<unsigned char> png;
+  bool encoded = false;
+  try {
+    encoded = cv::imencode(".png", picture, png);
+  } catch (const cv::Exception&) {
+    encoded = false;
+  }
+  if (!encoded) throw OutputError(path, "the picture could not be encoded as PNG");
+  write_file(path, png);
+}
+
+}  // namespace boxdim
