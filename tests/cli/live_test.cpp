@@ -2,12 +2,17 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "cli/depth_file.h"
 #include "cli_run.h"
+#include "measure/camera_intrinsics.h"
+#include "scene/depth_scene.h"
+#include "temp_dir.h"
 
 namespace boxdim {
 namespace {
@@ -51,6 +56,37 @@ TEST_F(LiveTest, JsonGivesOneMeasuredFramePerLineAndNothingElse) {
   // Both cameras are polled in every round, so neither starves the other.
   EXPECT_EQ(frames_of_camera.size(), 2u);
   EXPECT_NE(r.err.find("box_height: "), std::string::npos) << "the stages' lines on stderr";
+}
+
+// A capture may mix the camera's two depth resolutions; each frame is
+// measured with the camera's intrinsics carried over to its own size.
+TEST_F(LiveTest, AReplayOfMixedResolutionsMeasuresEveryFrameAtItsOwnSize) {
+  testing::TempDir dir;
+  std::filesystem::create_directories(dir.path() / "depth");
+  for (int second = 1; second <= 4; ++second) {
+    const cv::Size size = second % 2 ? cv::Size(320, 240) : cv::Size(640, 480);
+    SceneParameters scene;
+    scene.camera_height_mm = 800.0f;
+    scene.yaw_deg = 10.0f;
+    scene.image_width = size.width;
+    scene.image_height = size.height;
+    scene.intrinsics = scale_intrinsics(CameraIntrinsics{}, kDefaultIntrinsicsSize, size);
+    const std::string name = "1_" + std::to_string(size.width) + "x" +
+                             std::to_string(size.height) + "-depth_" + std::to_string(second) +
+                             ".raw";
+    write_raw_depth((dir.path() / "depth" / name).string(), render_scene(scene).depth);
+  }
+  const std::string camera = "replay:" + dir.path().string();
+  const CliRun r = run_with(camera.c_str(), "", {"--frames", "8", "--json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const auto lines = lines_of(r.out);
+  ASSERT_EQ(lines.size(), 8u);
+  for (const std::string& line : lines) {
+    const auto result = nlohmann::json::parse(line);
+    ASSERT_EQ(result["ok"], true) << line;
+    EXPECT_NEAR(result["length_mm"].get<double>(), 400.0, 3.0) << line;
+    EXPECT_NEAR(result["width_mm"].get<double>(), 300.0, 3.0) << line;
+  }
 }
 
 TEST_F(LiveTest, ACameraProblemIsOneLineOnStandardErrorWithStatusThree) {
