@@ -22,6 +22,8 @@ struct NoDisplayCase {
   const char* reason;
 };
 
+void PrintTo(const NoDisplayCase& c, std::ostream* os) { *os << c.name; }
+
 class NoDisplayTest : public ::testing::TestWithParam<NoDisplayCase> {};
 
 // Before anything else: no banner, no camera started, one line that says what

@@ -46,6 +46,8 @@ struct FullOutputCase {
   std::vector<std::string> args;
 };
 
+void PrintTo(const FullOutputCase& c, std::ostream* os) { *os << c.name; }
+
 class FullOutputTest : public ::testing::TestWithParam<FullOutputCase> {};
 
 // Nothing is lost silently: the first write that fails ends the run with one

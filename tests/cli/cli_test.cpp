@@ -13,9 +13,9 @@
 
 #include "cli/depth_file.h"
 #include "cli_run.h"
-#include "measure/camera_intrinsics.h"
 #include "scene/depth_scene.h"
 #include "support/scratch_working_directory.h"
+#include "support/test_frames.h"
 #include "temp_dir.h"
 
 namespace boxdim {
@@ -49,6 +49,8 @@ struct UsageCase {
   std::vector<std::string> args;
   const char* message;
 };
+
+void PrintTo(const UsageCase& c, std::ostream* os) { *os << c.name; }
 
 class UsageTest : public CliTest, public ::testing::WithParamInterface<UsageCase> {};
 
@@ -195,6 +197,8 @@ struct OverwriteCase {
   const char* message;
 };
 
+void PrintTo(const OverwriteCase& c, std::ostream* os) { *os << c.name; }
+
 class OverwriteTest : public CliTest, public ::testing::WithParamInterface<OverwriteCase> {};
 
 // Refused before anything is measured or written: every file in the folder
@@ -257,6 +261,8 @@ struct UnwritableCase {
   const char* message;  // after "boxdim-cli: "
   std::size_t lines_out;
 };
+
+void PrintTo(const UnwritableCase& c, std::ostream* os) { *os << c.name; }
 
 class UnwritableOutputTest : public CliTest,
                              public ::testing::WithParamInterface<UnwritableCase> {};
@@ -422,15 +428,9 @@ TEST_F(CliTest, FramesOfEverySizeAreMeasuredWithTheIntrinsicsOfTheirSize) {
   std::vector<std::string> args = {"measure", "--json", "--seed", "1"};
   const cv::Size sizes[] = {{320, 240}, {640, 480}, {1280, 960}, {320, 240}};
   for (const cv::Size& size : sizes) {
-    SceneParameters scene;
-    scene.camera_height_mm = 800.0f;
-    scene.yaw_deg = 10.0f;
-    scene.image_width = size.width;
-    scene.image_height = size.height;
-    scene.intrinsics = scale_intrinsics(CameraIntrinsics{}, kDefaultIntrinsicsSize, size);
     const std::string name = "1_" + std::to_string(size.width) + "x" + std::to_string(size.height) +
                              "-depth_" + std::to_string(args.size()) + ".raw";
-    write_raw_depth(dir.file(name), render_scene(scene).depth);
+    write_raw_depth(dir.file(name), render_scene(testing::scene_at_size(size)).depth);
     args.push_back(dir.file(name));
   }
   const CliRun r = run(args);

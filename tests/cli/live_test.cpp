@@ -10,8 +10,8 @@
 
 #include "cli/depth_file.h"
 #include "cli_run.h"
-#include "measure/camera_intrinsics.h"
 #include "scene/depth_scene.h"
+#include "support/test_frames.h"
 #include "temp_dir.h"
 
 namespace boxdim {
@@ -65,16 +65,10 @@ TEST_F(LiveTest, AReplayOfMixedResolutionsMeasuresEveryFrameAtItsOwnSize) {
   std::filesystem::create_directories(dir.path() / "depth");
   for (int second = 1; second <= 4; ++second) {
     const cv::Size size = second % 2 ? cv::Size(320, 240) : cv::Size(640, 480);
-    SceneParameters scene;
-    scene.camera_height_mm = 800.0f;
-    scene.yaw_deg = 10.0f;
-    scene.image_width = size.width;
-    scene.image_height = size.height;
-    scene.intrinsics = scale_intrinsics(CameraIntrinsics{}, kDefaultIntrinsicsSize, size);
-    const std::string name = "1_" + std::to_string(size.width) + "x" +
-                             std::to_string(size.height) + "-depth_" + std::to_string(second) +
-                             ".raw";
-    write_raw_depth((dir.path() / "depth" / name).string(), render_scene(scene).depth);
+    const std::string name = "1_" + std::to_string(size.width) + "x" + std::to_string(size.height) +
+                             "-depth_" + std::to_string(second) + ".raw";
+    write_raw_depth((dir.path() / "depth" / name).string(),
+                    render_scene(testing::scene_at_size(size)).depth);
   }
   const std::string camera = "replay:" + dir.path().string();
   const CliRun r = run_with(camera.c_str(), "", {"--frames", "8", "--json"});

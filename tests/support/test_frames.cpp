@@ -40,4 +40,14 @@ SceneParameters standard_scene() {
   return scene;
 }
 
+SceneParameters scene_at_size(cv::Size size) {
+  SceneParameters scene = standard_scene();
+  scene.camera_height_mm = 800.0f;
+  scene.yaw_deg = 10.0f;
+  scene.image_width = size.width;
+  scene.image_height = size.height;
+  scene.intrinsics = scale_intrinsics(CameraIntrinsics{}, kDefaultIntrinsicsSize, size);
+  return scene;
+}
+
 }  // namespace boxdim::testing

@@ -41,4 +41,9 @@ void load_cloud(MeasurementState& state, const cv::Mat& depth);
 // The clean 400 x 300 x 200 mm box, 1 m under the camera, looking straight down.
 SceneParameters standard_scene();
 
+// The same box turned 10 degrees, 800 mm under the station camera delivering
+// frames of `size` (its 640 x 480 intrinsics carried over to that size): big
+// enough in the image to be measured at 320 x 240 too.
+SceneParameters scene_at_size(cv::Size size);
+
 }  // namespace boxdim::testing
