@@ -13,7 +13,7 @@
 #include "app/globals.h"
 #include "app/windows.h"
 #include "measure/frame_preparation.h"
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 
 namespace boxdim {
 

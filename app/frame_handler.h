@@ -7,7 +7,7 @@
 
 #include "app/camera_sdk/corvane_sdk.h"
 #include "measure/measurement_state.h"
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 
 namespace boxdim {
 

@@ -12,7 +12,7 @@
 #include "height/box_height.h"
 #include "height/result_overlay.h"
 #include "measure/frame_preparation.h"
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 #include "measure/plane_fitting.h"
 #include "measure/point_cloud.h"
 #include "measure/point_selection.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "scene/accuracy.h"
+#include "evaluation/accuracy.h"
 
 namespace boxdim {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "cli/depth_file.h"
-#include "measure/camera_intrinsics.h"
+#include "core/camera_intrinsics.h"
 
 namespace boxdim {
 

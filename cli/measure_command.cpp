@@ -14,7 +14,7 @@
 #include "cli/output_paths.h"
 #include "cli/result_text.h"
 #include "measure/frame_preparation.h"
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 
 namespace boxdim {
 

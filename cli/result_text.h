@@ -7,7 +7,7 @@
 #include <string>
 
 #include "measure/measurement_state.h"
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 
 namespace boxdim {
 

@@ -14,9 +14,9 @@
 #include <cstring>
 #include <vector>
 
-#include "fuzz/quiet_stream.h"
+#include "quiet_stream.h"
 #include "measure/frame_preparation.h"
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 
 namespace {
 

@@ -72,10 +72,6 @@ float plane_value(const PlaneEquation& plane, const cv::Point3f& p) {
 
 cv::Point3f plane_normal(const PlaneEquation& plane) { return {plane.a, plane.b, plane.c}; }
 
-cv::Point2f project(const cv::Point3f& p, const CameraIntrinsics& k) {
-  return {p.x / p.z * k.fx + k.cx, p.y / p.z * k.fy + k.cy};
-}
-
 // Back-projects an image position with the depth found under it. Line A is
 // bounds-checked before it is sampled but line B is not, so a position outside
 // the frame (or not a number) reads as a pixel without depth: the origin.
@@ -265,10 +261,10 @@ bool estimate_temp_height(MeasurementState& state, int first, int second) {
   bool first_step = true;
   for (int s = 0; s < kWalkLimitMm; s += kWalkStepMm) {
     ++step_count;
-    const cv::Point2f a1 = project(p1 + n * static_cast<float>(s), k);
-    const cv::Point2f a2 = project(p2 + n * static_cast<float>(s), k);
-    const cv::Point2f b1 = project(p1 + n * static_cast<float>(s + kWalkStepMm), k);
-    const cv::Point2f b2 = project(p2 + n * static_cast<float>(s + kWalkStepMm), k);
+    const cv::Point2f a1 = point_to_pixel(p1 + n * static_cast<float>(s), k);
+    const cv::Point2f a2 = point_to_pixel(p2 + n * static_cast<float>(s), k);
+    const cv::Point2f b1 = point_to_pixel(p1 + n * static_cast<float>(s + kWalkStepMm), k);
+    const cv::Point2f b2 = point_to_pixel(p2 + n * static_cast<float>(s + kWalkStepMm), k);
     // A degenerate plane or a corner at the camera gives no image positions.
     if (!is_finite(a1) || !is_finite(a2) || !is_finite(b1) || !is_finite(b2)) return false;
 
@@ -340,7 +336,7 @@ bool cal_dists2org_again(MeasurementState& state, int method) {
     const float h = state.dimensions.box_height;
     state.bottom_corners.clear();
     for (int i = 0; i < 4; ++i) {
-      state.bottom_corners.push_back(project(state.corners_3d[i] + n * h, state.intrinsics));
+      state.bottom_corners.push_back(point_to_pixel(state.corners_3d[i] + n * h, state.intrinsics));
     }
     if (!corners_usable(state.bottom_corners)) return false;
     for (const cv::Point2f& b : state.bottom_corners) inner_points.push_back(truncated(b));

@@ -58,7 +58,7 @@ void draw_measurement_result(MeasurementState& state) {
   for (int i = 0; i < 4; ++i) {
     const cv::Point3f p = state.corners_3d[i] + cv::Point3f(plane.a, plane.b, plane.c) * h;
     state.overlay_bottom_corners_3d[i] = p;
-    state.overlay_bottom_corners[i] = {p.x / p.z * k.fx + k.cx, p.y / p.z * k.fy + k.cy};
+    state.overlay_bottom_corners[i] = point_to_pixel(p, k);
   }
 
   cv::Mat& image = state.result_image;

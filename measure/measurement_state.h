@@ -1,5 +1,4 @@
-// The one long-lived object that every measurement stage reads and writes,
-// and the small value types the stages share.
+// The one long-lived object that every measurement stage reads and writes.
 #pragma once
 
 #include <cstdint>
@@ -9,26 +8,9 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
-#include "measure/camera_intrinsics.h"
+#include "core/geometry.h"
 
 namespace boxdim {
-
-// a*x + b*y + c*z + d = 0 in camera coordinates (mm). Accepted planes keep a
-// unit normal with c > 0, so a*x + b*y + c*z + d is the signed distance and
-// grows beyond the top face, towards the floor.
-struct PlaneEquation {
-  float a = 0.0f;
-  float b = 0.0f;
-  float c = 0.0f;
-  float d = 0.0f;
-};
-
-// Millimetres; box_length is the longer side of the top face.
-struct BoxDimensions {
-  float box_length = 0.0f;
-  float box_width = 0.0f;
-  float box_height = 0.0f;
-};
 
 // Where the stages' console lines go, and the clock the RANSAC stages seed
 // their generators from. The defaults are the station's behaviour (standard

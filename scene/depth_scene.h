@@ -9,7 +9,7 @@
 #include <opencv2/core.hpp>
 #include <string>
 
-#include "measure/measurement_state.h"
+#include "core/geometry.h"
 
 namespace boxdim {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "app/camera_sdk/corvane_sdk.h"
-#include "measure/measurement_state.h"
+#include "core/geometry.h"
 
 namespace boxdim::virtual_camera {
 

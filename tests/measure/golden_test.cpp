@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 #include "support/test_frames.h"
 
 namespace boxdim {

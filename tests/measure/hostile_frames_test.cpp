@@ -9,7 +9,7 @@
 
 #include "footprint/line_fitting.h"
 #include "measure/frame_preparation.h"
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 #include "support/test_frames.h"
 
 namespace boxdim {

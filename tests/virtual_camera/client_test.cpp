@@ -5,7 +5,7 @@
 
 #include <sstream>
 
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 #include "support/test_frames.h"
 #include "virtual_camera/camera_config.h"
 #include "virtual_camera_fixture.h"

@@ -1,4 +1,4 @@
-#include "height/diagnostics.h"
+#include "diagnostics/diagnostics.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "measure/camera_intrinsics.h"
+#include "core/camera_intrinsics.h"
 
 namespace boxdim {
 

@@ -1,4 +1,4 @@
-#include "scene/accuracy.h"
+#include "evaluation/accuracy.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "measure/frame_preparation.h"
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 
 namespace boxdim {
 
@@ -15,10 +15,6 @@ namespace {
 
 constexpr float kFrameMarginPx = 20.0f;
 constexpr int kMaxDrawsPerScene = 100;
-
-cv::Point2f project(const cv::Point3f& p, const CameraIntrinsics& k) {
-  return {p.x / p.z * k.fx + k.cx, p.y / p.z * k.fy + k.cy};
-}
 
 bool inside_frame(const cv::Point2f& p, const SceneParameters& scene) {
   return p.x >= kFrameMarginPx && p.y >= kFrameMarginPx &&
@@ -33,8 +29,8 @@ bool box_in_frame(const SceneParameters& scene) {
   const PlaneEquation& n = truth.top_plane;
   for (const cv::Point3f& top : truth.top_corners_camera) {
     const cv::Point3f bottom = top + scene.box_height_mm * cv::Point3f(n.a, n.b, n.c);
-    if (!inside_frame(project(top, scene.intrinsics), scene) ||
-        !inside_frame(project(bottom, scene.intrinsics), scene)) {
+    if (!inside_frame(point_to_pixel(top, scene.intrinsics), scene) ||
+        !inside_frame(point_to_pixel(bottom, scene.intrinsics), scene)) {
       return false;
     }
   }

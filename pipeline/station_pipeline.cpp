@@ -1,4 +1,4 @@
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 
 #include "footprint/length_width.h"
 #include "height/box_height.h"

@@ -1,4 +1,4 @@
-#include "height/diagnostics.h"
+#include "diagnostics/diagnostics.h"
 
 #include <fstream>
 #include <opencv2/highgui.hpp>

@@ -1,4 +1,4 @@
-#include "measure/pipeline.h"
+#include "pipeline/station_pipeline.h"
 
 #include <gtest/gtest.h>
 
