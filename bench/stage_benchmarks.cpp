@@ -1,6 +1,7 @@
 // Time per measurement stage and per whole frame on fixed rendered scenes.
 // Each stage starts from the state the stages before it left, restored before
-// every iteration, so it always sees the same input.
+// every iteration, so it always sees the same input; a whole frame is the
+// station engine's measure().
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -8,22 +9,20 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "engine/station_engine.h"
 #include "footprint/length_width.h"
 #include "height/box_height.h"
 #include "height/result_overlay.h"
 #include "measure/frame_preparation.h"
-#include "pipeline/station_pipeline.h"
 #include "measure/plane_fitting.h"
 #include "measure/point_cloud.h"
 #include "measure/point_selection.h"
+#include "pipeline/station_pipeline.h"
 #include "scene/depth_scene.h"
 
 namespace boxdim {
 namespace {
 
-// The driver's plane passes and centre window.
-constexpr int kPlanePasses = 5;
-constexpr int kCenterHalfSize = 15;
 constexpr std::time_t kSeed = 1;
 
 enum class SceneKind { kTopDown, kTilted };
@@ -61,13 +60,6 @@ void quiet(MeasurementState& state) {
   state.seams.log = &discarded_log();
   state.seams.error_log = &discarded_log();
   state.seams.seed_clock = [] { return kSeed; };
-}
-
-void set_center_window(MeasurementState& state) {
-  state.center_row_begin = state.height / 2 - kCenterHalfSize;
-  state.center_row_end = state.height / 2 + kCenterHalfSize;
-  state.center_col_begin = state.width / 2 - kCenterHalfSize;
-  state.center_col_end = state.width / 2 + kCenterHalfSize;
 }
 
 // The stages in the driver's order; each entry runs one and says whether the
@@ -135,18 +127,22 @@ void BM_stage(benchmark::State& bench, Stage stage, SceneKind kind) {
   }
 }
 
-// A camera's frame after frame: one state, the plane carried over.
+// A camera's frame after frame through the station engine, as the tools run
+// it: one state, the plane carried over.
 void BM_whole_frame(benchmark::State& bench, SceneKind kind) {
-  const cv::Mat& depth = bench_depth(kind);
-  MeasurementState state;
-  quiet(state);
-  set_frame_size(state, depth.cols, depth.rows);
+  EngineContext context;
+  context.log = &discarded_log();
+  context.error_log = &discarded_log();
+  context.seed_clock = [] { return kSeed; };
+  StationEngine engine(context);
+  DepthFrame frame;
+  frame.depth = bench_depth(kind);
+  frame.intrinsics = bench_scene(kind).intrinsics;
   bool measured = true;
   for (auto _ : bench) {
-    cv::Mat picture;
-    prepare_frame(state, depth.ptr<std::uint16_t>(), picture);
-    measured = measure_frame(state, picture).ok && measured;
-    benchmark::DoNotOptimize(picture.data);
+    const MeasurementResult result = engine.measure(frame);
+    measured = result.primary_box() != nullptr && measured;
+    benchmark::DoNotOptimize(result.picture.data);
   }
   if (!measured) bench.SkipWithError("the benchmark scene was not measured");
 }

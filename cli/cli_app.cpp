@@ -1,6 +1,7 @@
 #include "cli/cli_app.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "cli/live_command.h"
 #include "cli/measure_command.h"
 #include "cli/simulate_command.h"
+#include "engine/engine_factory.h"
 
 namespace boxdim {
 
@@ -55,6 +57,19 @@ CameraIntrinsics parse_intrinsics(const std::string& text) {
 // Seeds are whole numbers from 0 to 2^64 - 1.
 constexpr std::uint64_t kMaxSeed = std::numeric_limits<std::uint64_t>::max();
 
+// The --engine option of a command: one of the engines the factory knows.
+void add_engine_option(CLI::App* cmd, std::string& engine) {
+  cmd->add_option("--engine", engine, "Measurement engine")
+      ->check(CLI::Validator(
+          [](std::string& name) -> std::string {
+            const auto& names = engine_names();
+            if (std::find(names.begin(), names.end(), name) != names.end()) return "";
+            return UnknownEngine(name).what();
+          },
+          "NAME"))
+      ->capture_default_str();
+}
+
 struct MeasureArguments {
   std::string size;
   std::string intrinsics;
@@ -75,6 +90,7 @@ void add_measure_command(CLI::App& app, MeasureArguments& args) {
   cmd->add_option("--seed", args.seed, "Seed both random generators with N instead of the clock")
       ->check(decimal_in<std::uint64_t>(0, kMaxSeed));
   cmd->add_flag("--json", args.options.json, "One JSON object per file on standard output");
+  add_engine_option(cmd, args.options.engine);
   cmd->add_option("--annotate", args.options.annotate_dir,
                   "Write each frame's picture as DIR/<file stem>.png");
   cmd->add_option("FILE", args.options.files, "Depth frames: raw 16-bit, or 16-bit PNG/TIFF")
@@ -134,6 +150,7 @@ void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
   cmd->add_option("--family", args.family, "Scene family")
       ->check(CLI::IsMember({"top-down", "tilted", "noisy", "all"}))
       ->capture_default_str();
+  add_engine_option(cmd, args.options.engine);
   cmd->add_option("--csv", args.options.csv_path, "Write one row per scene to FILE");
   cmd->add_option("--plot", args.options.plot_path,
                   "Draw the errors against camera tilt and distance into FILE.png");
@@ -145,6 +162,7 @@ void add_live_command(CLI::App& app, LiveArguments& args) {
   cmd->add_option("--frames", args.frames, "Stop after N measured frames")
       ->check(decimal_in(1LL, kMaxLiveFrames));
   cmd->add_flag("--json", args.options.json, "One JSON object per frame on standard output");
+  add_engine_option(cmd, args.options.engine);
 }
 
 EvaluateOptions finish_evaluate(EvaluateArguments& args) {

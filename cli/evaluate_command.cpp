@@ -179,7 +179,7 @@ int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& er
       progress.update(done, family.name);
       const std::optional<SceneParameters> scene = sampler.next();
       if (!scene) break;
-      results.push_back(measure_scene(*scene, kRansacSeed));
+      results.push_back(measure_scene(*scene, options.engine, kRansacSeed));
       const SceneMeasurement& m = results.back();
       if (csv.is_open()) {
         write_line(csv, csv_row(family.name, static_cast<int>(results.size()), m),

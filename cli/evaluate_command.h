@@ -15,6 +15,7 @@ struct EvaluateOptions {
   int scenes = 50;  // per family
   std::uint64_t seed = 2026;
   std::vector<SceneFamily> families;
+  std::string engine = "station";
   std::string csv_path;   // empty: no table of scenes
   std::string plot_path;  // empty: no picture
 };

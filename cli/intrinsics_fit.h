@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "cli/depth_file.h"
 #include "core/camera_intrinsics.h"
+#include "source/depth_file.h"
 
 namespace boxdim {
 

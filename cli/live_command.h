@@ -1,16 +1,17 @@
 // `boxdim-cli live`: streams depth from every camera the SDK finds and
-// measures each frame through the station program's own frame handler, with
-// no windows.
+// measures each frame with an engine of the camera's own, headless.
 #pragma once
 
 #include <optional>
 #include <ostream>
+#include <string>
 
 namespace boxdim {
 
 struct LiveOptions {
   std::optional<long long> frames;  // stop after this many measured frames; none: until a signal
   bool json = false;
+  std::string engine = "station";
 };
 
 // Exit status of a camera problem: no camera found, an SDK call failed, or

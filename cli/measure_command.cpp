@@ -1,20 +1,17 @@
 #include "cli/measure_command.h"
 
-#include <chrono>
-#include <cmath>
 #include <filesystem>
 #include <iomanip>
-#include <nlohmann/json.hpp>
 #include <sstream>
+#include <stdexcept>
 
 #include "cli/intrinsics_fit.h"
 #include "cli/json_line.h"
-#include "cli/json_number.h"
 #include "cli/output.h"
 #include "cli/output_paths.h"
-#include "cli/result_text.h"
-#include "measure/frame_preparation.h"
-#include "pipeline/station_pipeline.h"
+#include "cli/result_writer.h"
+#include "engine/engine_factory.h"
+#include "source/file_source.h"
 
 namespace boxdim {
 
@@ -23,73 +20,28 @@ namespace {
 constexpr int kExitMeasurementFailed = 1;
 constexpr int kExitBadInput = 2;
 
-struct FileResult {
-  MeasurementOutcome outcome;
-  BoxDimensions dimensions;
-  std::vector<cv::Point2f> corners;  // the top face's image corners
-  double elapsed_ms = 0.0;
-  cv::Mat shown;  // the picture the station would show for this frame
-};
-
-FileResult measure_file(MeasurementState& state, const DepthFrame& frame) {
-  FileResult result;
-  const auto start = std::chrono::steady_clock::now();
-  set_frame_size(state, frame.size.width, frame.size.height);
-  prepare_frame(state, frame.samples.data(), result.shown);
-  result.outcome = run_measurement(state);
-  if (result.outcome.ok) result.shown = state.result_image.clone();
-  result.elapsed_ms =
-      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-  result.dimensions = state.dimensions;
-  result.corners = state.box_corners;
-  return result;
-}
-
-// Given intrinsics are taken as they are; the default ones describe the
-// 640 x 480 mode and are carried over to the frame's own size.
-CameraIntrinsics intrinsics_for(const MeasureOptions& options, FrameSize size) {
-  if (options.intrinsics) {
-    const std::string misfit = intrinsics_misfit(*options.intrinsics, size);
-    if (!misfit.empty()) throw DepthFileError("--intrinsics: " + misfit);
-    return *options.intrinsics;
-  }
-  return scale_intrinsics(CameraIntrinsics{}, kDefaultIntrinsicsSize,
-                          cv::Size(size.width, size.height));
-}
-
-nlohmann::json json_object(const std::string& file, const FileResult* result,
-                           const std::string& error) {
-  nlohmann::json line;
-  line["file"] = file;
-  const bool measured = result != nullptr && result->outcome.ok;
-  line["ok"] = measured;
-  const auto dimension = [&](float value) {
-    return measured ? nlohmann::json(json_number(value)) : nlohmann::json(nullptr);
+// Given intrinsics are taken as they are, when they fit the frame; the
+// default ones are carried over to the frame's size.
+IntrinsicsForSize intrinsics_policy(const MeasureOptions& options) {
+  if (!options.intrinsics) return default_intrinsics_for;
+  const CameraIntrinsics given = *options.intrinsics;
+  return [given](cv::Size size) {
+    const std::string misfit = intrinsics_misfit(given, {size.width, size.height});
+    if (!misfit.empty()) throw std::invalid_argument("--intrinsics: " + misfit);
+    return given;
   };
-  line["length_mm"] = dimension(result ? result->dimensions.box_length : 0.0f);
-  line["width_mm"] = dimension(result ? result->dimensions.box_width : 0.0f);
-  line["height_mm"] = dimension(result ? result->dimensions.box_height : 0.0f);
-  line["failed_stage"] = (result && result->outcome.failed_stage)
-                             ? nlohmann::json(result->outcome.failed_stage)
-                             : nlohmann::json(nullptr);
-  line["corners_px"] = nullptr;
-  if (measured) {
-    line["corners_px"] = nlohmann::json::array();
-    for (const cv::Point2f& c : result->corners) {
-      line["corners_px"].push_back({json_number(c.x), json_number(c.y)});
-    }
-  }
-  // Microseconds are all the resolution a timing needs.
-  line["elapsed_ms"] = result ? std::round(result->elapsed_ms * 1000.0) / 1000.0 : 0.0;
-  if (!error.empty()) line["error"] = error;
-  return line;
 }
 
-std::string human_line(const std::string& file, const FileResult& result) {
+std::string file_json(const std::string& file, nlohmann::json line, const std::string& error) {
+  line["file"] = file;
+  if (!error.empty()) line["error"] = error;
+  return json_line(line);
+}
+
+std::string human_line(const std::string& file, const MeasurementResult& result) {
   std::ostringstream line;
-  line << file << ": ";
-  line << result_text(result.outcome, result.dimensions);
-  line << std::fixed << std::setprecision(1) << " [" << result.elapsed_ms << " ms]";
+  line << file << ": " << result_text(result) << std::fixed << std::setprecision(1) << " ["
+       << result.elapsed_ms << " ms]";
   return line.str();
 }
 
@@ -137,36 +89,38 @@ int run_measure(const MeasureOptions& options, std::ostream& out, std::ostream& 
     return kExitBadInput;
   }
 
-  MeasurementState state;
-  state.seams.log = options.json ? &err : &out;
-  state.seams.error_log = &err;
+  EngineContext context;
+  context.log = options.json ? &err : &out;
+  context.error_log = &err;
   if (options.seed) {
     const std::time_t seed = *options.seed;
-    state.seams.seed_clock = [seed] { return seed; };
+    context.seed_clock = [seed] { return seed; };
   }
+  const std::unique_ptr<Engine> engine = create_engine(options.engine, context);
+  FileSource files(options.files, options.size, intrinsics_policy(options));
 
   int status = 0;
   try {
     if (!pictures.empty()) prepare_annotation_dir(options.annotate_dir);
     for (std::size_t i = 0; i < options.files.size(); ++i) {
-      const std::string& file = options.files[i];
-      FileResult result;
+      std::optional<DepthFrame> frame;
       try {
-        const DepthFrame frame = read_depth_file(file, options.size);
-        state.intrinsics = intrinsics_for(options, frame.size);
-        result = measure_file(state, frame);
-      } catch (const std::exception& e) {
-        err << "boxdim-cli: " << file << ": " << e.what() << '\n';
+        frame = files.next();
+      } catch (const FrameSourceError& e) {
+        err << "boxdim-cli: " << e.origin() << ": " << e.what() << '\n';
         status = kExitBadInput;
-        if (options.json)
-          write_line(out, json_line(json_object(file, nullptr, e.what())), kStandardOutput);
+        if (options.json) {
+          write_line(out, file_json(e.origin(), missing_result_json(), e.what()), kStandardOutput);
+        }
         continue;
       }
-      if (!result.outcome.ok && status == 0) status = kExitMeasurementFailed;
-      write_line(
-          out, options.json ? json_line(json_object(file, &result, "")) : human_line(file, result),
-          kStandardOutput);
-      if (!pictures.empty()) write_png(pictures[i], result.shown);
+      const MeasurementResult result = engine->measure(*frame);
+      if (!result.primary_box() && status == 0) status = kExitMeasurementFailed;
+      write_line(out,
+                 options.json ? file_json(frame->origin, result_json(result), "")
+                              : human_line(frame->origin, result),
+                 kStandardOutput);
+      if (!pictures.empty()) write_png(pictures[i], result.picture);
     }
   } catch (const OutputError& e) {
     err << "boxdim-cli: " << e.what() << '\n';

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "cli/depth_file.h"
-#include "measure/measurement_state.h"
+#include "core/camera_intrinsics.h"
+#include "source/depth_file.h"
 
 namespace boxdim {
 
@@ -18,6 +18,7 @@ struct MeasureOptions {
   // carried over to each frame's size.
   std::optional<CameraIntrinsics> intrinsics;
   std::optional<std::time_t> seed;  // replaces the clock of both RANSAC stages
+  std::string engine = "station";
   bool json = false;
   std::string annotate_dir;  // empty: no pictures
   std::vector<std::string> files;

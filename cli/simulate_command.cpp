@@ -3,11 +3,11 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "cli/depth_file.h"
 #include "cli/json_line.h"
 #include "cli/json_number.h"
 #include "cli/output.h"
 #include "cli/output_paths.h"
+#include "source/depth_file.h"
 
 namespace boxdim {
 
@@ -73,7 +73,7 @@ int run_simulate(const SimulateOptions& options, std::ostream& out, std::ostream
     return kExitBadInput;
   }
   try {
-    write_raw_depth(options.out_path, rendered.depth);
+    write_file(options.out_path, raw_depth_bytes(rendered.depth));
     if (!options.png_path.empty()) write_png(options.png_path, preview_image(rendered.depth));
     write_line(out, json_line(ground_truth_json(options, rendered.truth)), kStandardOutput);
   } catch (const OutputError& e) {

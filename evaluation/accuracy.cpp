@@ -6,8 +6,7 @@
 #include <sstream>
 #include <utility>
 
-#include "measure/frame_preparation.h"
-#include "pipeline/station_pipeline.h"
+#include "engine/engine_factory.h"
 
 namespace boxdim {
 
@@ -61,16 +60,6 @@ SceneParameters draw_scene(const SceneFamily& family, std::mt19937_64& rng) {
   return scene;
 }
 
-// Without the spaces some stages put before their message.
-std::string last_line(const std::string& text) {
-  const std::size_t end = text.find_last_not_of("\n ");
-  if (end == std::string::npos) return "";
-  const std::size_t line_start = text.rfind('\n', end);
-  const std::size_t start =
-      text.find_first_not_of(' ', line_start == std::string::npos ? 0 : line_start + 1);
-  return text.substr(start, end + 1 - start);
-}
-
 ErrorStatistics error_statistics(std::vector<double> errors) {
   if (errors.empty()) return {};
   std::sort(errors.begin(), errors.end());
@@ -111,28 +100,32 @@ std::vector<SceneParameters> sample_family(const SceneFamily& family, int count,
   return scenes;
 }
 
-SceneMeasurement measure_scene(const SceneParameters& scene, std::time_t ransac_seed) {
+SceneMeasurement measure_scene(const SceneParameters& scene, const std::string& engine_name,
+                               std::time_t ransac_seed) {
   SceneMeasurement result;
   result.scene = scene;
   const RenderedScene rendered = render_scene(scene);
   result.truth = rendered.truth;
 
-  std::ostringstream log;
-  MeasurementState state;
-  state.seams.log = &log;
-  state.seams.error_log = &log;
-  state.seams.seed_clock = [ransac_seed] { return ransac_seed; };
-  state.intrinsics = scene.intrinsics;
-  set_frame_size(state, rendered.depth.cols, rendered.depth.rows);
-  cv::Mat shown;
-  prepare_frame(state, rendered.depth.ptr<std::uint16_t>(), shown);
-  const MeasurementOutcome outcome = run_measurement(state);
-  result.ok = outcome.ok;
-  if (!outcome.ok) {
-    result.failed_stage = outcome.failed_stage;
-    result.reason = last_line(log.str());
+  std::ostringstream discarded;
+  EngineContext context;
+  context.log = &discarded;
+  context.error_log = &discarded;
+  context.seed_clock = [ransac_seed] { return ransac_seed; };
+  const std::unique_ptr<Engine> engine = create_engine(engine_name, context);
+  DepthFrame frame;
+  frame.depth = rendered.depth;
+  frame.intrinsics = scene.intrinsics;
+  const MeasurementResult measured = engine->measure(frame);
+  if (const BoxMeasurement* box = measured.primary_box()) {
+    result.ok = true;
+    result.measured = box->dimensions;
+  } else if (measured.failure) {
+    result.failed_stage = measured.failure->stage;
+    result.reason = measured.failure->message;
+  } else {
+    result.failed_stage = "no box";
   }
-  result.measured = state.dimensions;
   return result;
 }
 

@@ -60,14 +60,15 @@ struct SceneMeasurement {
   SceneGroundTruth truth;
   bool ok = false;
   std::string failed_stage;  // empty when ok
-  std::string reason;        // the failing stage's last log line
+  std::string reason;        // the failing stage's own message
   BoxDimensions measured;
 };
 
-// Renders the scene and measures it as the first frame of a fresh camera, the
-// random sampling seeded with `ransac_seed`. The pipeline's log is kept only
-// for the reason of a failure.
-SceneMeasurement measure_scene(const SceneParameters& scene, std::time_t ransac_seed);
+// Renders the scene and measures it with a fresh engine of that name, as the
+// first frame of its camera, the random sampling seeded with `ransac_seed`.
+// The engine's log is discarded; a failure keeps the stage's own message.
+SceneMeasurement measure_scene(const SceneParameters& scene, const std::string& engine,
+                               std::time_t ransac_seed);
 
 struct ErrorStatistics {
   double median_mm = 0.0;

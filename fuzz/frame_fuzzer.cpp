@@ -1,10 +1,11 @@
 // Arbitrary bytes as a depth frame of arbitrary size, seen through arbitrary
-// intrinsics, go through the frame preparation and the whole measurement.
+// intrinsics, go through the station engine: frame preparation and the whole
+// measurement.
 //
 // Input layout (missing bytes read as 0):
 //   byte 0         flags: 1 = size from bytes 1-4, else 640 x 480;
 //                         2 = intrinsics from bytes 5-20, else the defaults;
-//                         4 = measure the frame a second time on the same state
+//                         4 = measure the frame a second time on the same engine
 //   bytes 1-4      width and height, little-endian 16 bits each, folded to 1..1024
 //   bytes 5-20     fx, fy, cx, cy as raw 32-bit floats (any bit pattern)
 //   bytes 21-      depth samples, little-endian 16 bits, repeated to fill the frame
@@ -14,9 +15,8 @@
 #include <cstring>
 #include <vector>
 
+#include "engine/station_engine.h"
 #include "quiet_stream.h"
-#include "measure/frame_preparation.h"
-#include "pipeline/station_pipeline.h"
 
 namespace {
 
@@ -70,20 +70,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::vector<std::uint16_t> samples =
       read_samples(data, size, static_cast<std::size_t>(header.width) * header.height);
 
-  // A fresh state per input keeps every crash reproducible from its input alone.
+  // A fresh engine per input keeps every crash reproducible from its input alone.
   boxdim::fuzz::QuietStream quiet;
-  boxdim::MeasurementState state;
-  state.seams.log = &quiet;
-  state.seams.error_log = &quiet;
-  state.seams.seed_clock = [] { return std::time_t{1}; };
-  state.intrinsics = header.intrinsics;
-  boxdim::set_frame_size(state, header.width, header.height);
+  boxdim::EngineContext context;
+  context.log = &quiet;
+  context.error_log = &quiet;
+  context.seed_clock = [] { return std::time_t{1}; };
+  boxdim::StationEngine engine(context);
+  boxdim::DepthFrame frame;
+  frame.depth =
+      cv::Mat(header.height, header.width, CV_16UC1, const_cast<std::uint16_t*>(samples.data()));
+  frame.intrinsics = header.intrinsics;
 
   const int frames = (header.flags & kMeasureTwice) ? 2 : 1;
-  for (int i = 0; i < frames; ++i) {
-    cv::Mat display;
-    boxdim::prepare_frame(state, samples.data(), display);
-    boxdim::measure_frame(state, display);
-  }
+  for (int i = 0; i < frames; ++i) engine.measure(frame);
   return 0;
 }

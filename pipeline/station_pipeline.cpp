@@ -12,7 +12,10 @@ namespace boxdim {
 namespace {
 
 constexpr int kCenterHalfSize = 15;
-constexpr int kPlanePasses = 5;
+
+MeasurementOutcome failed_at(const char* stage) { return {false, stage}; }
+
+}  // namespace
 
 void set_center_window(MeasurementState& state) {
   state.center_row_begin = state.height / 2 - kCenterHalfSize;
@@ -20,10 +23,6 @@ void set_center_window(MeasurementState& state) {
   state.center_col_begin = state.width / 2 - kCenterHalfSize;
   state.center_col_end = state.width / 2 + kCenterHalfSize;
 }
-
-MeasurementOutcome failed_at(const char* stage) { return {false, stage}; }
-
-}  // namespace
 
 MeasurementOutcome run_measurement(MeasurementState& state) {
   build_point_cloud(state);

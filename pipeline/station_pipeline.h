@@ -8,6 +8,13 @@
 
 namespace boxdim {
 
+// How often the plane stage refines its fit.
+constexpr int kPlanePasses = 5;
+
+// The 30 x 30 pixel window around the image centre where the box is looked
+// for, set anew for every frame from the frame's size.
+void set_center_window(MeasurementState& state);
+
 struct MeasurementOutcome {
   bool ok = false;
   // Name of the first stage function that returned false; nullptr on success.

@@ -11,9 +11,10 @@
 #include <opencv2/imgcodecs.hpp>
 #include <regex>
 
-#include "cli/depth_file.h"
+#include "cli/output.h"
 #include "cli_run.h"
 #include "scene/depth_scene.h"
+#include "source/depth_file.h"
 #include "support/scratch_working_directory.h"
 #include "support/test_frames.h"
 #include "temp_dir.h"
@@ -118,7 +119,13 @@ INSTANTIATE_TEST_SUITE_P(
             "hex_scenes", {"evaluate", "--scenes", "0x10"}, "--scenes: '0x10' is not a whole"},
         UsageCase{"too_many_scenes", {"evaluate", "--scenes", "10001"}, "is not from 1 to 10000"},
         UsageCase{"hex_frames", {"live", "--frames", "0x3"}, "--frames: '0x3' is not a whole"},
-        UsageCase{"too_large_size", {"measure", "--size", "4096x4096", "x.raw"}, "too large"}),
+        UsageCase{"too_large_size", {"measure", "--size", "4096x4096", "x.raw"}, "too large"},
+        // Every command that measures takes an engine by name.
+        UsageCase{"unknown_engine_measure",
+                  {"measure", "--engine", "precise", "x.raw"},
+                  "--engine: unknown engine 'precise' (known: station)"},
+        UsageCase{"unknown_engine_live", {"live", "--engine", "Station"}, "(known: station)"},
+        UsageCase{"unknown_engine_evaluate", {"evaluate", "--engine", ""}, "(known: station)"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CliTest, ASimulatedFrameIsMeasuredAsItsGroundTruthWithOneJsonObjectPerFile) {
@@ -430,7 +437,7 @@ TEST_F(CliTest, FramesOfEverySizeAreMeasuredWithTheIntrinsicsOfTheirSize) {
   for (const cv::Size& size : sizes) {
     const std::string name = "1_" + std::to_string(size.width) + "x" + std::to_string(size.height) +
                              "-depth_" + std::to_string(args.size()) + ".raw";
-    write_raw_depth(dir.file(name), render_scene(testing::scene_at_size(size)).depth);
+    write_file(dir.file(name), raw_depth_bytes(render_scene(testing::scene_at_size(size)).depth));
     args.push_back(dir.file(name));
   }
   const CliRun r = run(args);

@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "cli/depth_file.h"
+#include "cli/output.h"
 #include "cli_run.h"
 #include "scene/depth_scene.h"
+#include "source/depth_file.h"
 #include "support/test_frames.h"
 #include "temp_dir.h"
 
@@ -67,8 +68,8 @@ TEST_F(LiveTest, AReplayOfMixedResolutionsMeasuresEveryFrameAtItsOwnSize) {
     const cv::Size size = second % 2 ? cv::Size(320, 240) : cv::Size(640, 480);
     const std::string name = "1_" + std::to_string(size.width) + "x" + std::to_string(size.height) +
                              "-depth_" + std::to_string(second) + ".raw";
-    write_raw_depth((dir.path() / "depth" / name).string(),
-                    render_scene(testing::scene_at_size(size)).depth);
+    write_file((dir.path() / "depth" / name).string(),
+               raw_depth_bytes(render_scene(testing::scene_at_size(size)).depth));
   }
   const std::string camera = "replay:" + dir.path().string();
   const CliRun r = run_with(camera.c_str(), "", {"--frames", "8", "--json"});

@@ -32,7 +32,7 @@ TEST_P(AccuracyTest, FamilyMeasuresWithinItsBounds) {
   const std::vector<SceneParameters> scenes = sample_family(family, 40, 2026);
   ASSERT_EQ(scenes.size(), 40u);
   std::vector<SceneMeasurement> results;
-  for (const SceneParameters& scene : scenes) results.push_back(measure_scene(scene, 1));
+  for (const SceneParameters& scene : scenes) results.push_back(measure_scene(scene, "station", 1));
   const FamilyStatistics s = summarise(results);
 
   EXPECT_GE(s.success_rate(), bounds.min_success_rate);
@@ -76,7 +76,7 @@ TEST(Accuracy, EachFamilyPosesTheCameraAndAddsNoiseAsItsNameSays) {
 
 TEST(Accuracy, TheStandardBoxIsMeasuredWithinAFewMillimetres) {
   SceneParameters scene;  // 400 x 300 x 200 mm, 1 m below the camera
-  const SceneMeasurement m = measure_scene(scene, 1);
+  const SceneMeasurement m = measure_scene(scene, "station", 1);
   ASSERT_TRUE(m.ok) << m.failed_stage << ": " << m.reason;
   EXPECT_NEAR(m.measured.box_length, 400.0f, 3.0f);
   EXPECT_NEAR(m.measured.box_width, 300.0f, 3.0f);

@@ -2,6 +2,7 @@
 
 #include "measure/frame_preparation.h"
 #include "measure/point_cloud.h"
+#include "pipeline/station_pipeline.h"
 
 namespace boxdim::testing {
 
@@ -25,10 +26,7 @@ void load_cloud(MeasurementState& state, const cv::Mat& depth) {
   set_frame_size(state, depth.cols, depth.rows);
   state.depth.assign(depth.ptr<std::uint16_t>(), depth.ptr<std::uint16_t>() + depth.total());
   build_point_cloud(state);
-  state.center_row_begin = state.height / 2 - 15;
-  state.center_row_end = state.height / 2 + 15;
-  state.center_col_begin = state.width / 2 - 15;
-  state.center_col_end = state.width / 2 + 15;
+  set_center_window(state);
 }
 
 SceneParameters standard_scene() {

@@ -1,4 +1,4 @@
-#include "cli/depth_file.h"
+#include "source/depth_file.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,8 +13,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <regex>
 
-#include "cli/image_header.h"
-#include "cli/output.h"
+#include "source/image_header.h"
 
 namespace boxdim {
 
@@ -97,7 +96,7 @@ FrameSize raw_frame_size(const std::string& path, std::uintmax_t bytes,
       " bytes is not a 640x480 frame and the name carries no size; give --size WxH");
 }
 
-DepthFrame read_raw(const std::string& path, std::optional<FrameSize> given) {
+cv::Mat read_raw(const std::string& path, std::optional<FrameSize> given) {
   // Sizes are checked before reading, so a wrong file costs nothing to reject.
   const std::uintmax_t bytes = readable_file_size(path);
   const FrameSize size = raw_frame_size(path, bytes, given);
@@ -115,17 +114,17 @@ DepthFrame read_raw(const std::string& path, std::optional<FrameSize> given) {
   }
   std::ifstream in(path, std::ios::binary);
   if (!in) throw DepthFileError("cannot be opened for reading");
-  DepthFrame frame{size, std::vector<std::uint16_t>(static_cast<std::size_t>(expected / 2))};
-  in.read(reinterpret_cast<char*>(frame.samples.data()), static_cast<std::streamsize>(expected));
+  cv::Mat depth(size.height, size.width, CV_16UC1);
+  in.read(reinterpret_cast<char*>(depth.data), static_cast<std::streamsize>(expected));
   if (in.gcount() != static_cast<std::streamsize>(expected)) {
     throw DepthFileError("could not be read to the end");
   }
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  for (std::uint16_t& sample : frame.samples) {
-    sample = static_cast<std::uint16_t>((sample >> 8) | (sample << 8));
+  for (auto it = depth.begin<std::uint16_t>(); it != depth.end<std::uint16_t>(); ++it) {
+    *it = static_cast<std::uint16_t>((*it >> 8) | (*it << 8));
   }
 #endif
-  return frame;
+  return depth;
 }
 
 // The size the image's header claims, checked before anything is decoded: a
@@ -141,7 +140,7 @@ FrameSize checked_image_size(const std::string& path) {
   return size;
 }
 
-DepthFrame read_image(const std::string& path, std::optional<FrameSize> given) {
+cv::Mat read_image(const std::string& path, std::optional<FrameSize> given) {
   readable_file_size(path);
   const FrameSize claimed = checked_image_size(path);
   cv::Mat image;
@@ -164,13 +163,7 @@ DepthFrame read_image(const std::string& path, std::optional<FrameSize> given) {
     throw DepthFileError("image is " + describe(size) + ", not the " + describe(*given) +
                          " given by --size");
   }
-  DepthFrame frame{size, {}};
-  frame.samples.reserve(image.total());
-  for (int r = 0; r < image.rows; ++r) {
-    const auto* row = image.ptr<std::uint16_t>(r);
-    frame.samples.insert(frame.samples.end(), row, row + image.cols);
-  }
-  return frame;
+  return image;
 }
 
 }  // namespace
@@ -209,13 +202,13 @@ std::optional<FrameSize> size_from_capture_name(const std::string& path) {
   return size;
 }
 
-DepthFrame read_depth_file(const std::string& path, std::optional<FrameSize> size) {
+cv::Mat read_depth_file(const std::string& path, std::optional<FrameSize> size) {
   const std::string ext = lower_extension(path);
   if (ext == ".png" || ext == ".tif" || ext == ".tiff") return read_image(path, size);
   return read_raw(path, size);
 }
 
-void write_raw_depth(const std::string& path, const cv::Mat& depth) {
+std::vector<unsigned char> raw_depth_bytes(const cv::Mat& depth) {
   CV_Assert(depth.type() == CV_16UC1);
   std::vector<unsigned char> bytes;
   bytes.reserve(depth.total() * 2);
@@ -226,7 +219,7 @@ void write_raw_depth(const std::string& path, const cv::Mat& depth) {
       bytes.push_back(static_cast<unsigned char>(row[c] >> 8));
     }
   }
-  write_file(path, bytes);
+  return bytes;
 }
 
 }  // namespace boxdim

@@ -1,4 +1,4 @@
-#include "cli/image_header.h"
+#include "source/image_header.h"
 
 #include <array>
 #include <cstdint>

@@ -22,11 +22,6 @@ struct FrameSize {
 constexpr int kMaxFrameSide = 4096;
 constexpr long long kMaxFramePixels = 2048LL * 2048;
 
-struct DepthFrame {
-  FrameSize size;
-  std::vector<std::uint16_t> samples;  // row-major, millimetres
-};
-
 // Why a file cannot be used; the message names the reason, not the file.
 class DepthFileError : public std::runtime_error {
  public:
@@ -43,13 +38,14 @@ FrameSize parse_frame_size(const std::string& text);
 // The size written into a capture file name, "..._640x480-depth_....raw".
 std::optional<FrameSize> size_from_capture_name(const std::string& path);
 
-// Reads a raw frame (size from `size`, else the capture name, else 640 x 480
-// for a file of exactly 614,400 bytes) or a 16-bit PNG/TIFF image, whose size
-// is checked in its header before it is decoded. Throws DepthFileError when the
-// file is unreadable, truncated, too large or of the wrong size.
-DepthFrame read_depth_file(const std::string& path, std::optional<FrameSize> size);
+// The samples (CV_16UC1, millimetres) of a raw frame (size from `size`, else
+// the capture name, else 640 x 480 for a file of exactly 614,400 bytes) or of
+// a 16-bit PNG/TIFF image, whose size is checked in its header before it is
+// decoded. Throws DepthFileError when the file is unreadable, truncated, too
+// large or of the wrong size.
+cv::Mat read_depth_file(const std::string& path, std::optional<FrameSize> size);
 
-// Writes a CV_16UC1 image as bare little-endian samples. Throws OutputError.
-void write_raw_depth(const std::string& path, const cv::Mat& depth);
+// A CV_16UC1 image as the bytes of a raw frame: bare little-endian samples.
+std::vector<unsigned char> raw_depth_bytes(const cv::Mat& depth);
 
 }  // namespace boxdim

@@ -1,0 +1,35 @@
+// A measurement engine: one depth frame in, the boxes it found out. Engines
+// keep what they learn from frame to frame (a floor plane, tracks), so each
+// camera gets an engine of its own.
+#pragma once
+
+#include <ctime>
+#include <functional>
+#include <iosfwd>
+#include <string>
+
+#include "core/depth_frame.h"
+#include "core/measurement_result.h"
+
+namespace boxdim {
+
+// What an engine takes from the program: where its console lines go, and the
+// clock that seeds its random sampling. Empty members keep the station's
+// defaults: standard output, standard error, the current time in seconds.
+struct EngineContext {
+  std::ostream* log = nullptr;
+  std::ostream* error_log = nullptr;
+  std::function<std::time_t()> seed_clock;
+};
+
+class Engine {
+ public:
+  virtual ~Engine() = default;
+
+  // The name it is created by.
+  virtual std::string name() const = 0;
+  // Measures the frame as the next one of its camera.
+  virtual MeasurementResult measure(const DepthFrame& frame) = 0;
+};
+
+}  // namespace boxdim

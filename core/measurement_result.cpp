@@ -1,0 +1,19 @@
+#include "core/measurement_result.h"
+
+namespace boxdim {
+
+const char* box_status_name(BoxStatus status) {
+  switch (status) {
+    case BoxStatus::kMeasured:
+      return "measured";
+    case BoxStatus::kPartial:
+      return "partial";
+    case BoxStatus::kIrregular:
+      return "irregular";
+    case BoxStatus::kTooSmall:
+      return "too_small";
+  }
+  return "unknown";
+}
+
+}  // namespace boxdim

@@ -1,0 +1,42 @@
+#include "source/file_source.h"
+
+#include <sys/stat.h>
+
+#include <utility>
+
+namespace boxdim {
+
+namespace {
+
+std::int64_t modification_time_us(const std::string& path) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0) return 0;
+  return static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1000000 + info.st_mtim.tv_nsec / 1000;
+}
+
+}  // namespace
+
+CameraIntrinsics default_intrinsics_for(cv::Size size) {
+  return scale_intrinsics(CameraIntrinsics{}, kDefaultIntrinsicsSize, size);
+}
+
+FileSource::FileSource(std::vector<std::string> paths, std::optional<FrameSize> size,
+                       IntrinsicsForSize intrinsics)
+    : paths_(std::move(paths)), size_(size), intrinsics_(std::move(intrinsics)) {}
+
+std::optional<DepthFrame> FileSource::next() {
+  if (next_ >= paths_.size()) return std::nullopt;
+  const std::string& path = paths_[next_++];
+  DepthFrame frame;
+  try {
+    frame.depth = read_depth_file(path, size_);
+    frame.intrinsics = intrinsics_(frame.depth.size());
+  } catch (const std::exception& e) {
+    throw FrameSourceError(path, e.what());
+  }
+  frame.timestamp_us = modification_time_us(path);
+  frame.origin = path;
+  return frame;
+}
+
+}  // namespace boxdim
