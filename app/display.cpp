@@ -17,19 +17,15 @@ class HighguiDisplay : public Display {
     cv::resizeWindow(name, width, height);
   }
   void show(const std::string& name, const cv::Mat& image) override { cv::imshow(name, image); }
-  void set_mouse_callback(const std::string& name, cv::MouseCallback callback) override {
-    cv::setMouseCallback(name, callback);
+  void set_mouse_callback(const std::string& name, cv::MouseCallback callback,
+                          void* user_data) override {
+    cv::setMouseCallback(name, callback, user_data);
   }
   int wait_key(int delay_ms) override { return cv::waitKey(delay_ms); }
 };
 
-HighguiDisplay highgui;
-Display* current = &highgui;
-
 }  // namespace
 
-Display& display() { return *current; }
-
-void set_display(Display* replacement) { current = replacement ? replacement : &highgui; }
+std::unique_ptr<Display> make_highgui_display() { return std::make_unique<HighguiDisplay>(); }
 
 }  // namespace boxdim

@@ -1,8 +1,9 @@
 // The window system the program shows its frames in: OpenCV's highgui in the
 // program, a recording fake in tests. Everything the program does with
-// windows and keys goes through here.
+// windows and keys goes through one.
 #pragma once
 
+#include <memory>
 #include <opencv2/core.hpp>
 #include <opencv2/highgui.hpp>
 #include <string>
@@ -19,14 +20,13 @@ class Display {
   virtual void destroy_window(const std::string& name) = 0;
   virtual void resize_window(const std::string& name, int width, int height) = 0;
   virtual void show(const std::string& name, const cv::Mat& image) = 0;
-  virtual void set_mouse_callback(const std::string& name, cv::MouseCallback callback) = 0;
+  virtual void set_mouse_callback(const std::string& name, cv::MouseCallback callback,
+                                  void* user_data) = 0;
   // cv::waitKey: the key pressed within `delay_ms`, or -1.
   virtual int wait_key(int delay_ms) = 0;
 };
 
-// The program's display; highgui unless a test has installed another.
-Display& display();
-// Installs `replacement` (nullptr: back to highgui). The caller keeps it alive.
-void set_display(Display* replacement);
+// OpenCV's highgui: the program's real windows.
+std::unique_ptr<Display> make_highgui_display();
 
 }  // namespace boxdim

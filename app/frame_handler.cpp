@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "app/display.h"
 #include "app/frame_capture.h"
 #include "app/globals.h"
 #include "app/windows.h"
@@ -28,11 +27,6 @@ constexpr int kDepthRepaintMs = 10;
 const cv::Scalar kProbeColour(255, 255, 255);
 const cv::Scalar kFpsColour(0, 255, 0);
 
-std::function<void(const DepthFrameResult&)>& measurement_listener() {
-  static std::function<void(const DepthFrameResult&)> listener;
-  return listener;
-}
-
 bool saving(int device_id) {
   const auto entry = g_save_enabled.find(device_id);
   return entry != g_save_enabled.end() && entry->second;
@@ -49,7 +43,7 @@ void draw_fps(cv::Mat& image, int device_id, int width, int height) {
   cv::putText(image, text, cv::Point(10, 25), cv::FONT_HERSHEY_SIMPLEX, 0.7, kFpsColour, 2);
 }
 
-void show_raw(int device_id, const unsigned char* samples, int width, int height) {
+void show_raw(Shell& shell, int device_id, const unsigned char* samples, int width, int height) {
   cv::Mat stretched;
   cv::normalize(view(height, width, CV_16UC1, samples), stretched, 0, 255.0, cv::NORM_MINMAX);
   cv::Mat grey;
@@ -58,20 +52,19 @@ void show_raw(int device_id, const unsigned char* samples, int width, int height
   cv::cvtColor(grey, picture, cv::COLOR_GRAY2BGR);
   ++g_frame_counts[device_id].count;
   draw_fps(picture, device_id, width, height);
-  show_if_window_exists(window_name("raw_%d", device_id), picture);
+  show_if_window_exists(shell.display, window_name("raw_%d", device_id), picture);
 }
 
 // The measurement works on its own copy, as the SDK may reuse its buffer.
-cv::Mat measured_picture(int device_id, const unsigned char* samples, int width, int height) {
+cv::Mat measured_picture(Shell& shell, int device_id, const unsigned char* samples, int width,
+                         int height) {
   std::vector<std::uint16_t> depth(static_cast<std::size_t>(width) * height);
   std::memcpy(depth.data(), samples, depth.size() * sizeof(std::uint16_t));
   set_frame_size(g_measurement_state, width, height);
   cv::Mat picture;
   prepare_frame(g_measurement_state, depth.data(), picture);
   const MeasurementOutcome outcome = measure_frame(g_measurement_state, picture);
-  if (measurement_listener()) {
-    measurement_listener()({device_id, outcome, g_measurement_state.dimensions});
-  }
+  if (shell.on_measured) shell.on_measured({device_id, outcome, g_measurement_state.dimensions});
   return picture;
 }
 
@@ -96,17 +89,18 @@ void draw_probe(cv::Mat& picture, const unsigned char* samples, int width, int h
 // measurement's copy starts at twice the offset while the probe and the saving
 // read at the offset; the two agree when depth is the first frame of the set.
 // This is the station's established behaviour and is kept on purpose.
-void show_depth(int device_id, const unsigned char* buffer, int offset, int width, int height) {
+void show_depth(Shell& shell, int device_id, const unsigned char* buffer, int offset, int width,
+                int height) {
   ++g_frame_counts[device_id].count;
-  cv::Mat picture = measured_picture(device_id, buffer + 2 * offset, width, height);
+  cv::Mat picture = measured_picture(shell, device_id, buffer + 2 * offset, width, height);
   draw_probe(picture, buffer + offset, width, height);
   const std::string name = window_name("depth_%d", device_id);
-  display().resize_window(name, kDepthWindowWidth, kDepthWindowHeight);
-  show_if_window_exists(name, picture);
-  display().wait_key(kDepthRepaintMs);
+  shell.display.resize_window(name, kDepthWindowWidth, kDepthWindowHeight);
+  show_if_window_exists(shell.display, name, picture);
+  shell.display.wait_key(kDepthRepaintMs);
 }
 
-void show_ir(int device_id, const unsigned char* samples, int width, int height) {
+void show_ir(Shell& shell, int device_id, const unsigned char* samples, int width, int height) {
   cv::Mat picture(height, width, CV_8UC1);
   for (int row = 0; row < height; ++row) {
     for (int col = 0; col < width; ++col) {
@@ -115,19 +109,19 @@ void show_ir(int device_id, const unsigned char* samples, int width, int height)
       picture.at<std::uint8_t>(row, col) = static_cast<std::uint8_t>(std::min(sample / 2, 255));
     }
   }
-  show_if_window_exists(window_name("ir_%d", device_id), picture);
+  show_if_window_exists(shell.display, window_name("ir_%d", device_id), picture);
 }
 
-void show_colour(int device_id, const unsigned char* samples, int width, int height) {
+void show_colour(Shell& shell, int device_id, const unsigned char* samples, int width, int height) {
   cv::Mat bgr;
   cv::cvtColor(view(height, width, CV_8UC2, samples), bgr, cv::COLOR_YUV2BGR_YUYV);
   cv::Mat rgb;
   cv::cvtColor(bgr, rgb, cv::COLOR_BGR2RGB);
-  show_if_window_exists(window_name("RGB_%d", device_id), rgb);
+  show_if_window_exists(shell.display, window_name("RGB_%d", device_id), rgb);
 }
 
 // The aligned pair counts as the device's depth frame for the fps text.
-void show_aligned(int device_id) {
+void show_aligned(Shell& shell, int device_id) {
   Corvane::RGBDFrame pair{};
   if (Corvane::GetRGBD(device_id, pair) != 0) return;
   if (pair.width <= 0 || pair.height <= 0 || pair.depth == nullptr || pair.color == nullptr) {
@@ -137,23 +131,19 @@ void show_aligned(int device_id) {
   cv::Mat coloured_depth(pair.height, pair.width, CV_8UC3);
   if (Corvane::GetDepthColor(pair.depth, pair.width, pair.height, coloured_depth.data) == 0) {
     draw_fps(coloured_depth, device_id, pair.width, pair.height);
-    show_if_window_exists(window_name("RGBD_depth_%d", device_id), coloured_depth);
+    show_if_window_exists(shell.display, window_name("RGBD_depth_%d", device_id), coloured_depth);
   }
-  show_if_window_exists(window_name("RGBD_RGB_%d", device_id),
+  show_if_window_exists(shell.display, window_name("RGBD_RGB_%d", device_id),
                         view(pair.height, pair.width, CV_8UC3, pair.color).clone());
 }
 
 }  // namespace
 
-void set_measurement_listener(std::function<void(const DepthFrameResult&)> listener) {
-  measurement_listener() = std::move(listener);
-}
-
-void handle_frame(int device_id, const Corvane::FrameData* frame_data) {
+void handle_frame(Shell& shell, int device_id, const Corvane::FrameData* frame_data) {
   const auto stream = g_stream_types.find(device_id);
   if (stream == g_stream_types.end() || frame_data == nullptr) return;
   if (stream->second.second == kAlignedStream) {
-    show_aligned(device_id);
+    show_aligned(shell, device_id);
     return;
   }
   const unsigned char* buffer = frame_data->data;
@@ -166,22 +156,22 @@ void handle_frame(int device_id, const Corvane::FrameData* frame_data) {
     const unsigned char* samples = buffer + offset;
     switch (info.kind) {
       case Corvane::kFrameRaw:
-        show_raw(device_id, samples, width, height);
+        show_raw(shell, device_id, samples, width, height);
         if (saving(device_id)) save_frame(device_id, samples, info.kind, width, height);
         offset += width * height * 2;
         break;
       case Corvane::kFrameDepth:
-        show_depth(device_id, buffer, offset, width, height);
+        show_depth(shell, device_id, buffer, offset, width, height);
         if (saving(device_id)) save_frame(device_id, samples, info.kind, width, height);
         offset += width * height * 2;
         break;
       case Corvane::kFrameIr:
-        show_ir(device_id, samples, width, height);
+        show_ir(shell, device_id, samples, width, height);
         if (saving(device_id)) save_frame(device_id, samples, info.kind, width, height);
         offset += width * height * 2;
         break;
       case Corvane::kFrameColor:
-        show_colour(device_id, samples, width, height);
+        show_colour(shell, device_id, samples, width, height);
         // 1.5 bytes a pixel although the picture reads 2: the station's
         // established step to the next frame of the set, kept on purpose.
         offset += width * height * 3 / 2;

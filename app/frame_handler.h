@@ -3,38 +3,29 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 
 #include "app/camera_sdk/corvane_sdk.h"
-#include "measure/measurement_state.h"
-#include "pipeline/station_pipeline.h"
+#include "app/shell.h"
 
 namespace boxdim {
-
-// What the measurement of one depth frame gave.
-struct DepthFrameResult {
-  int device_id = 0;
-  MeasurementOutcome outcome;
-  BoxDimensions dimensions;  // meaningful only when outcome.ok
-};
-
-// Told of every depth frame the handler has measured, before the frame is
-// shown. The program installs none; headless callers read the results from
-// here. An empty function removes it.
-void set_measurement_listener(std::function<void(const DepthFrameResult&)> listener);
 
 // Frame sets of a device without a stream type are ignored. The frames of a
 // set lie back to back in frame_data->data, in the order of its FrameInfo
 // records; on stream type 7 the aligned pair is fetched with GetRGBD instead.
-void handle_frame(int device_id, const Corvane::FrameData* frame_data);
+// Windows, console and the measured-frame hook are the shell's.
+void handle_frame(Shell& shell, int device_id, const Corvane::FrameData* frame_data);
 
 // Hands SDK notifications to the frame handler. The program polls instead and
 // never registers it; it stays available for an SDK that pushes frame sets.
 class FrameObserver : public Corvane::ICRFrameObserver {
  public:
+  explicit FrameObserver(Shell& shell) : shell_(shell) {}
   void OnFrameReady(std::int32_t device_id, Corvane::FrameData* frame_data) override {
-    handle_frame(device_id, frame_data);
+    handle_frame(shell_, device_id, frame_data);
   }
+
+ private:
+  Shell& shell_;
 };
 
 }  // namespace boxdim

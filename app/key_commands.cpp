@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "app/globals.h"
-#include "app/program_output.h"
 #include "app/windows.h"
 
 namespace boxdim {
@@ -22,7 +21,7 @@ constexpr int kAlignedStream = 7;
 void add_filter(Session& session) {
   for (const Corvane::DeviceInfo& device : session.devices) {
     if (session.succeeded(Corvane::AddFilter(device.id, kMedianFilter), "AddFilter")) {
-      program_output() << "AddFilter success\n";
+      session.shell().out << "AddFilter success\n";
     }
   }
 }
@@ -32,8 +31,8 @@ void load_intrinsics(Session& session) {
   for (const Corvane::DeviceInfo& device : session.devices) {
     Corvane::Intrinsics record{};
     session.record(Corvane::GetIntric(device.id, kFrameDepth, record));
-    program_output() << record.fx << " " << record.fy << " " << record.cx << " " << record.cy
-                     << "\n";
+    session.shell().out << record.fx << " " << record.fy << " " << record.cx << " " << record.cy
+                        << "\n";
     g_measurement_state.intrinsics = {record.fx, record.fy, record.cx, record.cy};
     g_interface->SetIntrinsics(static_cast<int>(record.fx), static_cast<int>(record.fy),
                                static_cast<int>(record.cx), static_cast<int>(record.cy));
@@ -76,13 +75,13 @@ void flip_switch(Session& session, const Switch& sw) {
   for (const Corvane::DeviceInfo& device : session.devices) {
     bool value = false;
     if (session.succeeded(sw.get(device.id, value), sw.get_label)) {
-      program_output() << sw.get_label << " success, " << sw.value_name << " = "
-                       << static_cast<int>(value) << "\n";
+      session.shell().out << sw.get_label << " success, " << sw.value_name << " = "
+                          << static_cast<int>(value) << "\n";
     }
     const bool wanted = !value;
     if (session.succeeded(sw.set(device.id, wanted), sw.set_label)) {
-      program_output() << sw.set_label << " success, " << sw.value_name << " = "
-                       << static_cast<int>(wanted) << "\n";
+      session.shell().out << sw.set_label << " success, " << sw.value_name << " = "
+                          << static_cast<int>(wanted) << "\n";
     }
   }
 }
@@ -97,24 +96,24 @@ void step_integral_time(Session& session, bool up) {
     std::int32_t& value = session.integral_time[i];
     if (session.succeeded(Corvane::GetIntegralTimeRange(id, kFrameDepth, min, max),
                           "GetIntegralTimeRange")) {
-      program_output() << "GetIntegralTimeRange success, Min = " << min << ", Max = " << max
-                       << "\n";
+      session.shell().out << "GetIntegralTimeRange success, Min = " << min << ", Max = " << max
+                          << "\n";
     }
     if (session.succeeded(Corvane::GetIntegralTime(id, value), "GetIntegralTime")) {
-      program_output() << "GetIntegralTime success, nIntegralTime = " << value << "\n";
+      session.shell().out << "GetIntegralTime success, nIntegralTime = " << value << "\n";
     }
     if (up && value >= max) {
-      program_output() << "IntegralTime already be Max\n";
+      session.shell().out << "IntegralTime already be Max\n";
       continue;
     }
     if (!up && value <= min) {
-      program_output() << "IntegralTime already be Min\n";
+      session.shell().out << "IntegralTime already be Min\n";
       continue;
     }
     const std::int32_t target = value + (up ? kIntegralTimeStep : -kIntegralTimeStep);
     if (session.succeeded(Corvane::SetIntegralTime(id, target), "SetIntegralTime")) {
       value = target;
-      program_output() << "SetIntegralTime success, nIntegralTime = " << value << "\n";
+      session.shell().out << "SetIntegralTime success, nIntegralTime = " << value << "\n";
     }
   }
 }
@@ -205,7 +204,7 @@ void cycle_stream(Session& session) {
     if (!configured) continue;
     if (session.succeeded(Corvane::ChangeStreaming(device.id, step->next),
                           "ChangeFrameResolution ChangeStreaming")) {
-      create_windows(static_cast<int>(i), step->next, true);
+      create_windows(session.shell(), static_cast<int>(i), step->next, true);
     }
   }
 }

@@ -1,9 +1,9 @@
 #include "app/main_loop.h"
 
 #include <chrono>
+#include <functional>
 #include <opencv2/core/utility.hpp>
 
-#include "app/display.h"
 #include "app/frame_handler.h"
 #include "app/globals.h"
 #include "app/key_commands.h"
@@ -16,9 +16,6 @@ namespace {
 constexpr double kTickIntervalMs = 1000.0;
 constexpr int kKeyWaitMs = 30;
 constexpr std::chrono::milliseconds kPause(1);
-
-// The ticker's last mark in milliseconds; 0 makes the first pass tick at once.
-double last_tick_ms = 0.0;
 
 void publish_fps(const Session& session) {
   for (const Corvane::DeviceInfo& device : session.devices) {
@@ -34,34 +31,34 @@ void poll_devices(Session& session) {
     const std::int32_t id = session.devices[i].id;
     Corvane::FrameData* frame_data = nullptr;
     if (session.record(Corvane::GetLastFrameData(id, frame_data)) == 0) {
-      handle_frame(id, frame_data);
+      handle_frame(session.shell(), id, frame_data);
     }
   }
 }
 
 }  // namespace
 
-int wait_for_key(int delay_ms) {
+int wait_for_key(Display& display, int delay_ms) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(delay_ms);
-  const int key = display().wait_key(delay_ms);
+  const int key = display.wait_key(delay_ms);
   if (key == -1) std::this_thread::sleep_until(deadline);
   return key;
 }
 
-void fps_ticker() {
+void fps_ticker(Shell& shell) {
   while (g_running.load()) {
     const double now_ms = cv::getTickCount() / cv::getTickFrequency() * 1000.0;
-    if (now_ms - last_tick_ms >= kTickIntervalMs) {
+    if (now_ms - shell.last_tick_ms >= kTickIntervalMs) {
       g_fps_tick.exchange(true);
-      last_tick_ms = now_ms;
+      shell.last_tick_ms = now_ms;
     }
     std::this_thread::sleep_for(kPause);
   }
 }
 
-void start_fps_ticker() {
+void start_fps_ticker(Shell& shell) {
   g_running.exchange(true);
-  g_fps_thread = std::thread(fps_ticker);
+  g_fps_thread = std::thread(fps_ticker, std::ref(shell));
 }
 
 void stop_fps_ticker() {
@@ -77,7 +74,7 @@ void run_main_loop(Session& session) {
     }
     poll_devices(session);
     std::this_thread::sleep_for(kPause);
-    dispatch_key(session, wait_for_key(kKeyWaitMs));
+    dispatch_key(session, wait_for_key(session.shell().display, kKeyWaitMs));
   }
 }
 

@@ -1,5 +1,6 @@
 // What the program keeps about its cameras from start-up to shutdown: the
-// enumerated devices, which of them stream, their integration times.
+// enumerated devices, which of them stream, their integration times, and the
+// shell it reports through.
 #pragma once
 
 #include <cstdint>
@@ -7,11 +8,14 @@
 #include <vector>
 
 #include "app/camera_sdk/corvane_sdk.h"
-#include "app/program_output.h"
+#include "app/shell.h"
 
 namespace boxdim {
 
 struct Session {
+  explicit Session(Shell& shell) : shell_(&shell) {}
+
+  Shell& shell() const { return *shell_; }
   // In the order the SDK listed them; commands act on all of them, open or not.
   std::vector<Corvane::DeviceInfo> devices;
   // Per device: its stream started at start-up (the stop command leaves it set).
@@ -40,9 +44,12 @@ struct Session {
 
   // Records an SDK call's status and reports it under `label` when it failed.
   bool succeeded(std::int32_t result, const std::string& label) {
-    if (record(result) != 0) print_error(label, result);
+    if (record(result) != 0) print_error(shell_->out, label, result);
     return result == 0;
   }
+
+ private:
+  Shell* shell_;
 };
 
 }  // namespace boxdim

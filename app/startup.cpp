@@ -9,7 +9,6 @@
 #include "app/globals.h"
 #include "app/key_commands.h"
 #include "app/main_loop.h"
-#include "app/program_output.h"
 #include "app/windows.h"
 #include "runtime/stop_signals.h"
 
@@ -51,7 +50,7 @@ void print_sdk_version(Session& session) {
       session,
       [](std::int32_t& length, char* buffer) { return Corvane::GetSDKVersion(length, buffer); },
       "GetSDKVersion", "GetSDKVersion2");
-  if (version) program_output() << "SDKVersion:" << *version << "\n";
+  if (version) session.shell().out << "SDKVersion:" << *version << "\n";
 }
 
 // The device list, or nothing when there is none (reported, with status 0
@@ -60,7 +59,7 @@ bool enumerate(Session& session) {
   std::int32_t count = 0;
   const std::int32_t status = session.record(Corvane::FindDevice(count, nullptr));
   if (status != 0 || count <= 0) {
-    print_error("FindDevice", status);
+    print_error(session.shell().out, "FindDevice", status);
     return false;
   }
   session.devices.assign(static_cast<std::size_t>(count), Corvane::DeviceInfo{});
@@ -78,14 +77,14 @@ void print_device_texts(Session& session, int index, std::int32_t id) {
       session,
       [id](std::int32_t& length, char* buffer) { return Corvane::GetDeviceSN(id, length, buffer); },
       "GetDeviceSN", "GetDeviceSN");
-  if (serial) program_output() << "SN" << index << ":" << *serial << "\n";
+  if (serial) session.shell().out << "SN" << index << ":" << *serial << "\n";
   const std::optional<std::string> hardware = query_text(
       session,
       [id](std::int32_t& length, char* buffer) {
         return Corvane::GetDeviceHWVersion(id, length, buffer);
       },
       "GetDeviceHWVersion", "GetDeviceHWVersion2");
-  if (hardware) program_output() << "HWVersion" << index << ":" << *hardware << "\n";
+  if (hardware) session.shell().out << "HWVersion" << index << ":" << *hardware << "\n";
 }
 
 // Printed for the operator only; the configuration below does not consult it.
@@ -98,7 +97,7 @@ void print_capabilities(Session& session, std::int32_t id) {
       "QueryDeviceSupportFrameType", "QueryDeviceSupportFrameType2");
   for (std::size_t j = 0; j < frame_types.size(); ++j) {
     const std::int32_t frame_type = frame_types[j];
-    program_output() << "FrameType" << j << ":" << frame_type << "\n";
+    session.shell().out << "FrameType" << j << ":" << frame_type << "\n";
     const std::vector<std::int32_t> resolutions = query_codes(
         session,
         [id, frame_type](std::int32_t& count, std::int32_t* codes) {
@@ -106,8 +105,8 @@ void print_capabilities(Session& session, std::int32_t id) {
         },
         "QueryDeviceSupportResolution", "QueryDeviceSupportResolution2");
     for (std::size_t k = 0; k < resolutions.size(); ++k) {
-      program_output() << "FrameType" << j << ":" << frame_type << ",Resolution" << k << ":"
-                       << resolutions[k] << "\n";
+      session.shell().out << "FrameType" << j << ":" << frame_type << ",Resolution" << k << ":"
+                          << resolutions[k] << "\n";
     }
   }
 }
@@ -166,7 +165,7 @@ void configure_and_start(Session& session, int index) {
   if (!session.succeeded(Corvane::StartStreaming(device.id, stream_type), "StartStreaming")) return;
   g_stream_types[device.id] = {device.id, stream_type};
   session.opened[index] = true;
-  create_windows(index, stream_type, false);
+  create_windows(session.shell(), index, stream_type, false);
 }
 
 void set_up_device(Session& session, int index) {
@@ -180,7 +179,7 @@ void set_up_device(Session& session, int index) {
 }  // namespace
 
 bool start_up(Session& session) {
-  program_output() << "CorvaneSDK Test Demo\n";
+  session.shell().out << "CorvaneSDK Test Demo\n";
   print_sdk_version(session);
   // A failed initialisation is only reported: enumeration tells what works.
   session.succeeded(Corvane::InitSDK(), "InitSDK");
@@ -189,7 +188,7 @@ bool start_up(Session& session) {
   for (std::size_t i = 0; i < session.devices.size(); ++i) {
     set_up_device(session, static_cast<int>(i));
   }
-  start_fps_ticker();
+  start_fps_ticker(session.shell());
   return true;
 }
 
@@ -198,9 +197,9 @@ void stop_streams(Session& session) {
   for (std::size_t i = 0; i < session.devices.size(); ++i) {
     if (session.opened[i]) session.record(Corvane::StopStreaming(session.devices[i].id));
     if (session.status == 0) {
-      program_output() << "StopStreaming Success\n";
+      session.shell().out << "StopStreaming Success\n";
     } else {
-      print_error("StopStreaming", session.status);
+      print_error(session.shell().out, "StopStreaming", session.status);
     }
   }
   session.opened.clear();
@@ -216,7 +215,8 @@ void shut_down(Session& session) {
   stop_fps_ticker();
   // Keeps the console open until the operator has read it; a stop signal
   // means nobody is there to read it.
-  while (StopSignals::requested() == 0 && wait_for_key(kKeyWaitMs) != kEscKey) {
+  while (StopSignals::requested() == 0 &&
+         wait_for_key(session.shell().display, kKeyWaitMs) != kEscKey) {
   }
 }
 

@@ -6,7 +6,7 @@
 
 #include "app/display.h"
 #include "app/globals.h"
-#include "app/program_output.h"
+#include "app/shell.h"
 
 namespace boxdim {
 
@@ -47,31 +47,32 @@ std::string window_name(const char* format, int number) {
   return name;
 }
 
-void create_windows(int device_index, int stream_type, bool replace) {
+void create_windows(Shell& shell, int device_index, int stream_type, bool replace) {
+  Display& display = shell.display;
   const StreamWindows* windows = windows_of(stream_type);
   if (windows == nullptr) return;
   const int number = device_index + 1;
   if (replace) {
     for (const char* format : windows->destroyed) {
       const std::string name = window_name(format, number);
-      if (display().window_exists(name)) display().destroy_window(name);
+      if (display.window_exists(name)) display.destroy_window(name);
     }
   }
   for (const WindowKind& window : windows->created) {
     const std::string name = window_name(window.format, number);
-    display().named_window(name, window.flags);
-    if (window.probe) display().set_mouse_callback(name, on_mouse);
+    display.named_window(name, window.flags);
+    if (window.probe) display.set_mouse_callback(name, on_mouse, &shell);
   }
 }
 
-void show_if_window_exists(const std::string& name, cv::Mat image) {
-  if (display().window_exists(name)) display().show(name, image);
+void show_if_window_exists(Display& display, const std::string& name, cv::Mat image) {
+  if (display.window_exists(name)) display.show(name, image);
 }
 
-void on_mouse(int event, int x, int y, int flags, void* /*user_data*/) {
+void on_mouse(int event, int x, int y, int flags, void* user_data) {
   const bool dragging = event == cv::EVENT_MOUSEMOVE && (flags & cv::EVENT_FLAG_LBUTTON) != 0;
   if (event == cv::EVENT_LBUTTONDOWN || dragging) {
-    program_output() << "x:" << x << " y:" << y << "\n";
+    static_cast<Shell*>(user_data)->out << "x:" << x << " y:" << y << "\n";
     g_mouse_x = x;
     g_mouse_y = y;
   } else if (event == cv::EVENT_LBUTTONUP) {

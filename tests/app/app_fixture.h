@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "app/globals.h"
-#include "app/program_output.h"
 #include "app/session.h"
+#include "app/shell.h"
 #include "fake_corvane_sdk.h"
 #include "fake_display.h"
 #include "support/scratch_working_directory.h"
@@ -25,7 +25,6 @@ class AppTest : public ::testing::Test {
  protected:
   AppTest() {
     reset_fake_sdk();
-    set_display(&screen);
     g_stream_types.clear();
     g_frame_counts.clear();
     g_fps.clear();
@@ -36,19 +35,16 @@ class AppTest : public ::testing::Test {
     g_mouse_y = -1;
     g_fps_tick = false;
     g_measurement_state = MeasurementState{};
+    g_measurement_state.seams.log = &out;
     g_measurement_state.seams.error_log = &errors;
     g_measurement_state.seams.seed_clock = [] { return std::time_t{1}; };
     g_interface->SetIntrinsics(0, 0, 0, 0);
-    set_program_output(&out);
   }
-  ~AppTest() override {
-    set_program_output(&std::cout);
-    set_display(nullptr);
-  }
+  ~AppTest() override { g_measurement_state.seams = MeasurementSeams(); }
 
   // A session over the fake's devices, as start-up leaves it, nothing open.
-  Session session_of_fake() const {
-    Session session;
+  Session session_of_fake() {
+    Session session(shell);
     for (const FakeDevice& device : fake_sdk().devices) session.devices.push_back(device.info);
     session.reset_device_arrays();
     return session;
@@ -59,6 +55,7 @@ class AppTest : public ::testing::Test {
   FakeDisplay screen;
   std::ostringstream out;
   std::ostringstream errors;
+  Shell shell{screen, out};
 };
 
 namespace {

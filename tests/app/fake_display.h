@@ -19,6 +19,7 @@ class FakeDisplay : public Display {
   std::vector<std::pair<std::string, cv::Mat>> shown;
   std::vector<std::string> resized;  // "name WxH"
   std::vector<std::string> probed;   // windows given the mouse callback
+  void* probe_user_data = nullptr;   // what the callback was given last
   std::vector<int> waits;            // the delay of every wait_key
   // Answers to the 30 ms key waits of the main loop and the final wait; Esc
   // once used up, so that a program under test always ends.
@@ -36,8 +37,9 @@ class FakeDisplay : public Display {
   void show(const std::string& name, const cv::Mat& image) override {
     shown.emplace_back(name, image.clone());
   }
-  void set_mouse_callback(const std::string& name, cv::MouseCallback) override {
+  void set_mouse_callback(const std::string& name, cv::MouseCallback, void* user_data) override {
     probed.push_back(name);
+    probe_user_data = user_data;
   }
   // Other delays only let windows repaint and never read the script.
   int wait_key(int delay_ms) override {

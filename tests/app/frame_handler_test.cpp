@@ -89,7 +89,7 @@ TEST_F(FrameHandlerTest, WalksAllFourKindsOfOneBufferByTheirAdvances) {
   frames.put(2 * depth_at, measured);
   const Corvane::FrameData data = frames.data();
 
-  handle_frame(1, &data);
+  handle_frame(shell, 1, &data);
 
   std::vector<std::string> order;
   for (const auto& [name, image] : screen.shown) order.push_back(name);
@@ -117,16 +117,17 @@ TEST_F(FrameHandlerTest, FramesOfADeviceWithoutStreamTypeAreIgnored) {
   frames.add(Corvane::kFrameRaw, 4, 2);
   frames.put(0, cv::Mat(2, 4, CV_16UC1, cv::Scalar(5)));
   const Corvane::FrameData data = frames.data();
-  handle_frame(1, &data);
+  handle_frame(shell, 1, &data);
   EXPECT_TRUE(screen.shown.empty());
   EXPECT_TRUE(g_frame_counts.empty());
 }
 
 // Shows `depth` (after `before`, if any) through the handler, on a fresh
 // measurement state, and returns what the depth window showed.
-cv::Mat through_handler(FakeDisplay& screen, const cv::Mat& depth, const cv::Mat& before = {}) {
+cv::Mat through_handler(Shell& shell, FakeDisplay& screen, const cv::Mat& depth,
+                        const cv::Mat& before = {}) {
   g_measurement_state = MeasurementState{};
-  g_measurement_state.seams.log = &program_output();
+  g_measurement_state.seams.log = &shell.out;
   g_measurement_state.seams.seed_clock = [] { return std::time_t{1}; };
   FrameSetBuilder frames;
   if (!before.empty()) {
@@ -141,7 +142,7 @@ cv::Mat through_handler(FakeDisplay& screen, const cv::Mat& depth, const cv::Mat
   frames.set.data.resize(2 * at + depth.total() * 2, 0);
   const Corvane::FrameData data = frames.data();
   screen.shown.clear();
-  handle_frame(1, &data);
+  handle_frame(shell, 1, &data);
   const std::vector<cv::Mat> shown = screen.shown_in("depth_1");
   return shown.empty() ? cv::Mat() : shown.back();
 }
@@ -157,11 +158,11 @@ cv::Mat prepared_picture(const cv::Mat& depth) {
 TEST_F(FrameHandlerTest, ShowsTheResultPictureWhenMeasuredAndTheEdgeStagePictureOtherwise) {
   g_stream_types[1] = {1, 2};
   const cv::Mat empty(kH, kW, CV_16UC1, cv::Scalar(0));
-  EXPECT_TRUE(same_image(through_handler(screen, empty), prepared_picture(empty)));
+  EXPECT_TRUE(same_image(through_handler(shell, screen, empty), prepared_picture(empty)));
   EXPECT_FALSE(out.str().empty()) << "the failing stage says why";
 
   const cv::Mat depth = render_scene(standard_scene()).depth;
-  const cv::Mat shown = through_handler(screen, depth);
+  const cv::Mat shown = through_handler(shell, screen, depth);
   EXPECT_TRUE(same_image(shown, g_measurement_state.result_image));
   EXPECT_FALSE(same_image(shown, prepared_picture(depth))) << "no result drawn";
 }
@@ -186,10 +187,10 @@ TEST_P(ProbeTest, DrawsTheDepthUnderThePointer) {
     return 600 + (row * probe.width + col) % 3000;
   });
   const cv::Mat ir(2, 2, CV_16UC1, cv::Scalar(9));
-  const cv::Mat without = through_handler(screen, depth, ir);
+  const cv::Mat without = through_handler(shell, screen, depth, ir);
   g_mouse_x = probe.mouse_x;
   g_mouse_y = probe.mouse_y;
-  const cv::Mat with = through_handler(screen, depth, ir);
+  const cv::Mat with = through_handler(shell, screen, depth, ir);
   cv::Mat expected = without.clone();
   if (probe.text_x >= 0) {
     const int d = depth.at<std::uint16_t>(probe.mouse_y, probe.mouse_x);
@@ -226,7 +227,7 @@ TEST_F(FrameHandlerTest, AlignedStreamShowsTheColouredDepthAndTheColourWithoutMe
   frames.put(0, cv::Mat(kH, kW, CV_16UC1, cv::Scalar(1000)));
   const Corvane::FrameData data = frames.data();
 
-  handle_frame(1, &data);
+  handle_frame(shell, 1, &data);
 
   EXPECT_EQ(sdk().calls_text(), "GetRGBD(1) GetDepthColor(160,120)");
   EXPECT_EQ(screen.shown_in("RGBD_depth_1").size(), 1u);

@@ -19,7 +19,7 @@ class KeyTest : public AppTest {
     session = session_of_fake();
     session.opened[0] = true;
   }
-  Session session;
+  Session session{shell};
 };
 
 struct KeyCase {

@@ -27,7 +27,7 @@ class MainLoopTest : public AppTest {
     g_stream_types[2] = {2, 1};
     screen.windows = {{"raw_1", 1}, {"raw_2", 1}};
   }
-  Session session;
+  Session session{shell};
 };
 
 // The tick comes before the first pass: counting starts again from 0 after it.
@@ -53,7 +53,7 @@ TEST_F(MainLoopTest, PollsOpenDevicesOncePerPassUntilEscAndPublishesCountsOnTheT
 }
 
 TEST_F(AppTest, FpsTickerTicksWhileRunningAndStopsWhenCleared) {
-  start_fps_ticker();
+  start_fps_ticker(shell);
   EXPECT_TRUE(g_running);
   // A tick comes at the latest a second after the previous one.
   const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(10);

@@ -11,7 +11,7 @@
 
 #include "app/frame_handler.h"
 #include "app/globals.h"
-#include "app/headless_display.h"
+#include "headless_display.h"
 #include "virtual_camera/virtual_camera_fixture.h"
 
 namespace boxdim {
@@ -42,7 +42,6 @@ class SoakTest : public virtual_camera::testing::VirtualCameraTest {
  protected:
   void SetUp() override {
     VirtualCameraTest::SetUp();
-    set_display(&headless_);
     g_measurement_state = MeasurementState{};
     // Discarded: a captured log would itself grow with every frame.
     g_measurement_state.seams.log = &discard_;
@@ -50,15 +49,14 @@ class SoakTest : public virtual_camera::testing::VirtualCameraTest {
     g_measurement_state.seams.seed_clock = [this] { return std::time_t{seed_}; };
   }
   void TearDown() override {
-    set_measurement_listener(nullptr);
     g_stream_types.clear();
     g_measurement_state = MeasurementState{};
-    set_display(nullptr);
     VirtualCameraTest::TearDown();
   }
 
   HeadlessDisplay headless_;
   std::ostream discard_{nullptr};
+  Shell shell_{headless_, discard_};
   int seed_ = 0;
 };
 
@@ -72,17 +70,17 @@ TEST_F(SoakTest, ResidentMemoryStaysFlatOverTenThousandFrames) {
   g_stream_types[1] = {1, kDepthOnlyStream};
   int measured = 0;
   int ok = 0;
-  set_measurement_listener([&](const DepthFrameResult& result) {
+  shell_.on_measured = [&](const DepthFrameResult& result) {
     ++measured;
     ok += result.outcome.ok ? 1 : 0;
-  });
+  };
 
   long warm_kb = 0;
   for (int frame = 1; frame <= frames; ++frame) {
     seed_ = frame;
     Corvane::FrameData* set = next_set();
     ASSERT_NE(set, nullptr) << "frame " << frame;
-    handle_frame(1, set);
+    handle_frame(shell_, 1, set);
     if (frame == warm_up) warm_kb = resident_kb();
   }
   const long end_kb = resident_kb();

@@ -29,7 +29,7 @@ TEST_F(StartupTest, ReportsEveryDeviceAndStartsItByType) {
   second.hw_version = "HW-2";
   // Keys after the Esc that ends the loop only end the final wait: no command runs.
   screen.keys = {27, 'a', 'v', 27};
-  run_program();
+  run_program(shell);
   EXPECT_EQ(out.str(),
             "CorvaneSDK Test Demo\n"
             "SDKVersion:9.8.7\n"
@@ -72,7 +72,7 @@ class ConfigurationTest : public AppTest,
 
 TEST_P(ConfigurationTest, FollowsTheDeviceTypeTable) {
   sdk().add_device(1, GetParam().device_type);
-  Session session;
+  Session session(shell);
   ASSERT_TRUE(start_up(session));
   stop_fps_ticker();
   std::string calls;
@@ -113,7 +113,7 @@ class StartupFailureTest : public AppTest, public ::testing::WithParamInterface<
 TEST_P(StartupFailureTest, ReportsWithItsLabelAndGoesOn) {
   sdk().add_device(1, 1);
   sdk().fail(GetParam().call, 3);
-  run_program();
+  run_program(shell);
   EXPECT_EQ(out.str(), GetParam().output);
 }
 
@@ -165,7 +165,7 @@ TEST_F(StartupTest, EmptyAnswersSkipTheSecondQuery) {
   FakeDevice& device = sdk().add_device(1, 1);
   device.serial = "";
   device.frame_types = {};
-  run_program();
+  run_program(shell);
   EXPECT_EQ(out.str(), kBannerLines + kHardware + kStopped);
   EXPECT_EQ(sdk().calls_named("GetDeviceSN"), std::vector<std::string>{"GetDeviceSN(1,null)"});
   EXPECT_EQ(sdk().calls_named("QueryDeviceSupportFrameType"),
@@ -174,7 +174,7 @@ TEST_F(StartupTest, EmptyAnswersSkipTheSecondQuery) {
 
 TEST_F(StartupTest, WithoutDevicesReportsFindDeviceWithZeroAndWaitsForEsc) {
   screen.keys = {'a', 'x', -1, 27};
-  run_program();
+  run_program(shell);
   EXPECT_EQ(out.str(), kBannerLines + "FindDevice errorcode:0\n");
   EXPECT_EQ(sdk().calls,
             (std::vector<std::string>{"GetSDKVersion(null)", "GetSDKVersion(buffer)", "InitSDK()",

@@ -21,19 +21,20 @@ class CreateWindowsTest : public AppTest, public ::testing::WithParamInterface<W
 
 // Device index 2: the windows are numbered 3. Only existing windows are destroyed.
 TEST_P(CreateWindowsTest, CreatesTheStreamsWindowsAfterDestroyingThePrecedingStreamsOnes) {
-  create_windows(2, GetParam().stream_type, true);
+  create_windows(shell, 2, GetParam().stream_type, true);
   EXPECT_EQ(screen.windows, GetParam().created);
   EXPECT_TRUE(screen.destroyed.empty());
   EXPECT_EQ(screen.probed, GetParam().probed);
+  if (!screen.probed.empty()) EXPECT_EQ(screen.probe_user_data, &shell) << "the probe's console";
 
   FakeDisplay full_screen;
   for (const char* name : {"raw_3", "depth_3", "ir_3", "RGB_3", "RGBD_depth_3", "RGBD_RGB_3"}) {
     full_screen.windows[name] = 1;
   }
-  set_display(&full_screen);
-  create_windows(2, GetParam().stream_type, true);
+  Shell full_shell(full_screen, out);
+  create_windows(full_shell, 2, GetParam().stream_type, true);
   EXPECT_EQ(full_screen.destroyed, GetParam().destroyed);
-  create_windows(2, GetParam().stream_type, false);
+  create_windows(full_shell, 2, GetParam().stream_type, false);
   EXPECT_EQ(full_screen.destroyed, GetParam().destroyed) << "destroys only when replacing";
 }
 
@@ -57,8 +58,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(AppTest, ShowsOnlyInWindowsThatStillExist) {
   screen.windows["depth_1"] = 1;
   const cv::Mat image(2, 2, CV_8UC1, cv::Scalar(4));
-  show_if_window_exists("depth_1", image);
-  show_if_window_exists("raw_1", image);  // closed by the user
+  show_if_window_exists(screen, "depth_1", image);
+  show_if_window_exists(screen, "raw_1", image);  // closed by the user
   ASSERT_EQ(screen.shown.size(), 1u);
   EXPECT_EQ(screen.shown[0].first, "depth_1");
   EXPECT_EQ(screen.windows.count("raw_1"), 0u) << "not reopened";
@@ -84,7 +85,7 @@ class MouseTest : public AppTest, public ::testing::WithParamInterface<MouseCase
 TEST_P(MouseTest, FollowsThePointerWhileTheLeftButtonIsHeld) {
   g_mouse_x = 5;
   g_mouse_y = 6;
-  on_mouse(GetParam().event, 40, 30, GetParam().flags, nullptr);
+  on_mouse(GetParam().event, 40, 30, GetParam().flags, &shell);
   EXPECT_EQ(out.str(), GetParam().output);
   EXPECT_EQ(g_mouse_x, GetParam().x);
   EXPECT_EQ(g_mouse_y, GetParam().y);

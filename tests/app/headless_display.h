@@ -13,7 +13,7 @@ class HeadlessDisplay : public Display {
   void destroy_window(const std::string&) override {}
   void resize_window(const std::string&, int, int) override {}
   void show(const std::string&, const cv::Mat&) override {}
-  void set_mouse_callback(const std::string&, cv::MouseCallback) override {}
+  void set_mouse_callback(const std::string&, cv::MouseCallback, void*) override {}
   // No sleeping either: the waits only let windows repaint.
   int wait_key(int) override { return -1; }
 };
