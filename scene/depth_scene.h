@@ -8,10 +8,31 @@
 #include <cstdint>
 #include <opencv2/core.hpp>
 #include <string>
+#include <vector>
 
 #include "core/geometry.h"
 
 namespace boxdim {
+
+// A box's top as a camera sees it: a lid that bulges up (positive) or sags
+// (negative) at its centre, fading to flat at the edges, and a dark surface
+// that returns less light.
+struct BoxTop {
+  float lid_mm = 0.0f;
+  bool dark = false;
+};
+
+// Another box on the same floor, placed by its centre's offset (level frame,
+// mm: the untilted image's column and row directions) from where the scene's
+// main box stands, and turned about the vertical.
+struct FloorBox {
+  float length_mm = 300.0f;
+  float width_mm = 200.0f;
+  float height_mm = 150.0f;
+  cv::Point2f offset_mm{0.0f, 0.0f};
+  float yaw_deg = 0.0f;
+  BoxTop top;
+};
 
 // Time-of-flight artefacts; all zero gives a clean frame.
 struct DepthNoise {
@@ -23,6 +44,13 @@ struct DepthNoise {
   float flying_pixel_probability = 0.0f;
   // Probability that any pixel reads 0 (no return).
   float dropout_probability = 0.0f;
+  // Multipath: the floor right next to a box in the image reads this much
+  // farther, fading linearly to nothing over multipath_reach_px pixels.
+  float multipath_mm = 0.0f;
+  float multipath_reach_px = 10.0f;
+  // On a dark top the range noise is this many times larger and dropouts ten
+  // times as likely.
+  float dark_noise_factor = 2.5f;
 };
 
 // The scene: a level floor, a box standing on it, a camera above it.
@@ -50,11 +78,16 @@ struct SceneParameters {
   CameraIntrinsics intrinsics;
   DepthNoise noise;
   std::uint64_t seed = 1;
+  BoxTop top;           // the main box's
+  bool with_box = true;  // false: the main box is not there (an empty floor)
+  std::vector<FloorBox> other_boxes;
 };
 
-// What the frame shows, in the camera's coordinates (mm) and pixels.
+// What the frame shows of a box, in the camera's coordinates (mm) and pixels.
 struct SceneGroundTruth {
-  BoxDimensions dimensions;  // box_length is the longer side
+  // The smallest enclosing cuboid: box_length is the longer side; a bulging
+  // lid adds to the height, a sagging one does not take from it.
+  BoxDimensions dimensions;
   // Plane of the top face, unit normal pointing away from the camera (c > 0).
   PlaneEquation top_plane;
   // Top-face corners in camera coordinates and their image projections
@@ -70,7 +103,8 @@ enum SurfaceKind : std::uint8_t { kNoSurface = 0, kFloorSurface = 1, kBoxSurface
 
 struct RenderedScene {
   cv::Mat depth;  // CV_16UC1, image_height x image_width, millimetres, 0 = no return
-  SceneGroundTruth truth;
+  SceneGroundTruth truth;  // the main box's, also when it is not there
+  std::vector<SceneGroundTruth> other_truths;  // index-parallel to other_boxes
   cv::Mat surfaces;  // CV_8UC1, a SurfaceKind per pixel: for colour and infrared pictures
 };
 
@@ -80,7 +114,7 @@ void validate_scene(const SceneParameters& scene);
 
 RenderedScene render_scene(const SceneParameters& scene);
 
-// The ground truth of render_scene(scene), without rendering a pixel.
+// The main box's ground truth of render_scene(scene), without rendering a pixel.
 SceneGroundTruth scene_ground_truth(const SceneParameters& scene);
 
 }  // namespace boxdim
