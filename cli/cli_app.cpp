@@ -58,8 +58,9 @@ CameraIntrinsics parse_intrinsics(const std::string& text) {
 constexpr std::uint64_t kMaxSeed = std::numeric_limits<std::uint64_t>::max();
 
 // The --engine option of a command: one of the engines the factory knows.
-void add_engine_option(CLI::App* cmd, std::string& engine) {
-  cmd->add_option("--engine", engine, "Measurement engine")
+void add_engine_option(CLI::App* cmd, std::string& engine,
+                       const std::string& description = "Measurement engine") {
+  cmd->add_option("--engine", engine, description)
       ->check(CLI::Validator(
           [](std::string& name) -> std::string {
             const auto& names = engine_names();
@@ -127,6 +128,7 @@ void add_simulate_command(CLI::App& app, SimulateArguments& args) {
 
 struct EvaluateArguments {
   std::string family = "all";
+  std::string engine;
   EvaluateOptions options;
 };
 
@@ -148,10 +150,11 @@ void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
       ->check(decimal_in<std::uint64_t>(0, kMaxSeed))
       ->capture_default_str();
   cmd->add_option("--family", args.family, "Scene family")
-      ->check(CLI::IsMember({"top-down", "tilted", "noisy", "all"}))
+      ->check(CLI::IsMember({"top-down", "tilted", "noisy", "realistic", "cluttered", "reject",
+                             "all"}))
       ->capture_default_str();
-  add_engine_option(cmd, args.options.engine);
-  cmd->add_option("--csv", args.options.csv_path, "Write one row per scene to FILE");
+  add_engine_option(cmd, args.engine, "Measure with this engine only (default: every engine)");
+  cmd->add_option("--csv", args.options.csv_path, "Write one row per scene and engine to FILE");
   cmd->add_option("--plot", args.options.plot_path,
                   "Draw the errors against camera tilt and distance into FILE.png");
 }
@@ -167,6 +170,7 @@ void add_live_command(CLI::App& app, LiveArguments& args) {
 
 EvaluateOptions finish_evaluate(EvaluateArguments& args) {
   EvaluateOptions options = args.options;
+  options.engines = args.engine.empty() ? engine_names() : std::vector<std::string>{args.engine};
   for (const SceneFamily& family : accuracy_families()) {
     if (args.family == "all" || args.family == family.name) options.families.push_back(family);
   }

@@ -1,7 +1,7 @@
 // A picture of how the measurement errors of evaluated scenes depend on the
 // camera: the absolute length, width and height error of every measured scene
 // against the camera's tilt and against its distance from the box, one colour
-// per scene family. Drawn with OpenCV alone.
+// per series (an engine). Drawn with OpenCV alone.
 #pragma once
 
 #include <array>

@@ -43,22 +43,22 @@ std::string csv_field(const std::string& text) {
 }
 
 const char* const kCsvHeader =
-    "family,scene,camera_height_mm,tilt_deg,roll_deg,yaw_deg,offset_x_mm,offset_y_mm,"
+    "family,scene,engine,camera_height_mm,tilt_deg,roll_deg,yaw_deg,offset_x_mm,offset_y_mm,"
     "noise_mm_at_1m,camera_angle_deg,top_face_distance_mm,true_length_mm,true_width_mm,"
     "true_height_mm,ok,failed_stage,failure_reason,length_mm,width_mm,height_mm,"
-    "length_error_mm,width_error_mm,height_error_mm";
+    "length_error_mm,width_error_mm,height_error_mm,elapsed_ms";
 
 // Errors are signed, measured minus true; empty when the scene was not measured.
 std::string csv_row(const std::string& family, int index, const SceneMeasurement& m) {
   const SceneParameters& s = m.scene;
   const BoxDimensions& truth = m.truth.dimensions;
   std::ostringstream row;
-  row << std::setprecision(6) << csv_field(family) << ',' << index << ',' << s.camera_height_mm
-      << ',' << s.tilt_deg << ',' << s.roll_deg << ',' << s.yaw_deg << ',' << s.offset_mm.x << ','
-      << s.offset_mm.y << ',' << s.noise.sigma_at_1m_mm << ',' << camera_angle_deg(s) << ','
-      << m.truth.top_face_depth_mm << ',' << truth.box_length << ',' << truth.box_width << ','
-      << truth.box_height << ',' << (m.ok ? "true" : "false") << ',' << csv_field(m.failed_stage)
-      << ',' << csv_field(m.reason) << ',';
+  row << std::setprecision(6) << csv_field(family) << ',' << index << ',' << csv_field(m.engine)
+      << ',' << s.camera_height_mm << ',' << s.tilt_deg << ',' << s.roll_deg << ',' << s.yaw_deg
+      << ',' << s.offset_mm.x << ',' << s.offset_mm.y << ',' << s.noise.sigma_at_1m_mm << ','
+      << camera_angle_deg(s) << ',' << m.truth.top_face_depth_mm << ',' << truth.box_length << ','
+      << truth.box_width << ',' << truth.box_height << ',' << (m.ok ? "true" : "false") << ','
+      << csv_field(m.failed_stage) << ',' << csv_field(m.reason) << ',';
   if (m.ok) {
     row << m.measured.box_length << ',' << m.measured.box_width << ',' << m.measured.box_height
         << ',' << m.measured.box_length - truth.box_length << ','
@@ -67,6 +67,7 @@ std::string csv_row(const std::string& family, int index, const SceneMeasurement
   } else {
     row << ",,,,,";
   }
+  row << ',' << std::round(m.elapsed_ms * 1000.0) / 1000.0;
   return row.str();
 }
 
@@ -88,40 +89,68 @@ std::string millimetres(const ErrorStatistics& e, bool any) {
   return text.str();
 }
 
-void print_table(std::ostream& out, const std::vector<SceneFamily>& families,
-                 const std::vector<FamilyStatistics>& stats) {
-  std::size_t name_width = 6;
-  for (const SceneFamily& f : families) name_width = std::max(name_width, f.name.size());
-  const auto row = [&](const std::string& family, const std::string& scenes,
-                       const std::string& measured, const std::string& l, const std::string& w,
-                       const std::string& h) {
-    out << std::left << std::setw(static_cast<int>(name_width)) << family << std::right
-        << std::setw(8) << scenes << std::setw(10) << measured << std::setw(15) << l
-        << std::setw(15) << w << std::setw(15) << h << '\n';
-  };
-  row("family", "scenes", "measured", "length", "width", "height");
-  row("", "", "", "median / p95", "median / p95", "median / p95");
-  for (std::size_t i = 0; i < families.size(); ++i) {
-    const FamilyStatistics& s = stats[i];
-    std::ostringstream rate;
-    rate << std::fixed << std::setprecision(0) << 100.0 * s.success_rate() << " %";
-    const bool any = s.measured > 0;
-    row(families[i].name, std::to_string(s.scenes), rate.str(), millimetres(s.length, any),
-        millimetres(s.width, any), millimetres(s.height, any));
+std::string percent(double share) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(0) << 100.0 * share << " %";
+  return text.str();
+}
+
+// What one engine made of one family's scenes.
+struct FamilyResult {
+  const SceneFamily* family;
+  std::string engine;
+  FamilyStatistics stats;
+};
+
+void print_table(std::ostream& out, const std::vector<FamilyResult>& results) {
+  std::size_t family_width = 6;
+  std::size_t engine_width = 6;
+  for (const FamilyResult& r : results) {
+    family_width = std::max(family_width, r.family->name.size());
+    engine_width = std::max(engine_width, r.engine.size());
   }
-  out << "Absolute errors in mm over the measured scenes.\n";
+  const auto row = [&](const std::string& family, const std::string& engine,
+                       const std::string& scenes, const std::string& measured,
+                       const std::string& within, const std::string& l, const std::string& w,
+                       const std::string& h, const std::string& ms) {
+    out << std::left << std::setw(static_cast<int>(family_width + 2)) << family
+        << std::setw(static_cast<int>(engine_width)) << engine << std::right << std::setw(8)
+        << scenes << std::setw(10) << measured << std::setw(13) << within << std::setw(15) << l
+        << std::setw(15) << w << std::setw(15) << h << std::setw(10) << ms << '\n';
+  };
+  row("family", "engine", "scenes", "measured", "within 5 mm", "length", "width", "height",
+      "ms/frame");
+  row("", "", "", "", "", "median / p95", "median / p95", "median / p95", "median");
+  const SceneFamily* previous = nullptr;
+  for (const FamilyResult& r : results) {
+    const FamilyStatistics& s = r.stats;
+    const bool any = s.measured > 0;
+    std::ostringstream ms;
+    ms << std::fixed << std::setprecision(1) << s.median_ms;
+    const bool measurable = r.family->measurable();
+    row(r.family == previous ? "" : r.family->name, r.engine, std::to_string(s.scenes),
+        percent(s.success_rate()), measurable ? percent(s.within_tolerance_rate()) : "-",
+        millimetres(s.length, any && measurable), millimetres(s.width, any && measurable),
+        millimetres(s.height, any && measurable), ms.str());
+    previous = r.family;
+  }
+  out << "Absolute errors in mm over the measured scenes; within 5 mm: all three dimensions,\n"
+         "share of all scenes. reject scenes are right when not measured: their measured\n"
+         "column counts wrong measurements.\n";
 
   bool header_printed = false;
-  for (std::size_t i = 0; i < families.size(); ++i) {
-    std::vector<std::pair<std::string, int>> failures(stats[i].failures.begin(),
-                                                      stats[i].failures.end());
+  for (const FamilyResult& r : results) {
+    if (!r.family->measurable()) continue;
+    std::vector<std::pair<std::string, int>> failures(r.stats.failures.begin(),
+                                                      r.stats.failures.end());
     std::stable_sort(failures.begin(), failures.end(),
                      [](const auto& a, const auto& b) { return a.second > b.second; });
     if (failures.size() > kFailuresShown) failures.resize(kFailuresShown);
     for (const auto& [reason, count] : failures) {
-      if (!header_printed) out << "\nMost common failures (stage: its last log line):\n";
+      if (!header_printed) out << "\nMost common failures (stage: its own message):\n";
       header_printed = true;
-      out << "  " << families[i].name << ": " << count << " x " << reason << '\n';
+      out << "  " << r.family->name << ", " << r.engine << ": " << count << " x " << reason
+          << '\n';
     }
   }
 }
@@ -135,13 +164,6 @@ ErrorPoint error_point(int series, const SceneMeasurement& m) {
            std::abs(double(m.measured.box_width) - truth.box_width),
            std::abs(double(m.measured.box_height) - truth.box_height)}};
 }
-
-// What a run measured of one family; fewer scenes than asked when the draws
-// ran out or the run was interrupted.
-struct FamilyRun {
-  const SceneFamily* family;
-  std::vector<SceneMeasurement> results;
-};
 
 int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& err) {
   if (!options.csv_path.empty() && !options.plot_path.empty() &&
@@ -164,47 +186,50 @@ int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& er
                  "\n",
              kStandardOutput);
   // Scene by scene, so that the progress bar and the CSV move from the first
-  // one on, and an interruption keeps everything measured so far.
+  // one on, and an interruption keeps everything measured so far. Each scene
+  // is rendered once and measured by every engine.
   const StopSignals stop_signals;
   ProgressBar progress(err, total);
-  std::vector<FamilyRun> runs;
+  std::vector<FamilyResult> results;
   std::vector<ErrorPoint> points;
+  std::vector<int> sampled;  // per family
   int done = 0;
   for (const SceneFamily& family : options.families) {
     if (StopSignals::requested()) break;
-    runs.push_back({&family, {}});
     SceneSampler sampler(family, options.scenes, options.seed);
-    std::vector<SceneMeasurement>& results = runs.back().results;
+    std::vector<std::vector<SceneMeasurement>> by_engine(options.engines.size());
+    int index = 0;
     while (!StopSignals::requested()) {
       progress.update(done, family.name);
       const std::optional<SceneParameters> scene = sampler.next();
       if (!scene) break;
-      results.push_back(measure_scene(*scene, options.engine, kRansacSeed));
-      const SceneMeasurement& m = results.back();
-      if (csv.is_open()) {
-        write_line(csv, csv_row(family.name, static_cast<int>(results.size()), m),
-                   options.csv_path);
+      ++index;
+      const RenderedScene rendered = render_scene(*scene);
+      for (std::size_t e = 0; e < options.engines.size(); ++e) {
+        by_engine[e].push_back(measure_scene(*scene, rendered, options.engines[e], kRansacSeed));
+        const SceneMeasurement& m = by_engine[e].back();
+        if (csv.is_open()) write_line(csv, csv_row(family.name, index, m), options.csv_path);
+        if (m.ok && family.measurable()) points.push_back(error_point(static_cast<int>(e), m));
       }
-      if (m.ok) points.push_back(error_point(static_cast<int>(runs.size() - 1), m));
       ++done;
+    }
+    sampled.push_back(index);
+    for (std::size_t e = 0; e < options.engines.size(); ++e) {
+      results.push_back({&family, options.engines[e], summarise(by_engine[e])});
     }
   }
   const int stop_signal = StopSignals::requested();
   progress.update(done, stop_signal ? "interrupted" : "done");
   progress.finish();
 
-  std::vector<SceneFamily> families;
-  std::vector<FamilyStatistics> stats;
-  for (const FamilyRun& run : runs) {
-    families.push_back(*run.family);
-    stats.push_back(summarise(run.results));
-    if (!stop_signal && static_cast<int>(run.results.size()) < options.scenes) {
-      err << "boxdim-cli evaluate: " << run.family->name << ": only " << run.results.size()
-          << " scenes kept the box in view\n";
+  for (std::size_t f = 0; f < sampled.size() && !stop_signal; ++f) {
+    if (sampled[f] < options.scenes) {
+      err << "boxdim-cli evaluate: " << options.families[f].name << ": only " << sampled[f]
+          << " scenes could be drawn\n";
     }
   }
   std::ostringstream report;
-  print_table(report, families, stats);
+  print_table(report, results);
   if (stop_signal) {
     report << "\nInterrupted by " << StopSignals::name(stop_signal) << " after " << done << " of "
            << total << " scenes; the figures cover those.\n";
@@ -214,11 +239,7 @@ int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& er
   out << report.str();
   check_stream(out, kStandardOutput);
 
-  if (!options.plot_path.empty()) {
-    std::vector<std::string> series;
-    for (const SceneFamily& family : families) series.push_back(family.name);
-    write_png(options.plot_path, draw_error_plot(series, points));
-  }
+  if (!options.plot_path.empty()) write_png(options.plot_path, draw_error_plot(options.engines, points));
   // As a shell reports a process the signal ended, though this one ended
   // itself, with its report complete.
   return stop_signal ? 128 + stop_signal : 0;

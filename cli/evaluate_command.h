@@ -15,13 +15,14 @@ struct EvaluateOptions {
   int scenes = 50;  // per family
   std::uint64_t seed = 2026;
   std::vector<SceneFamily> families;
-  std::string engine = "station";
+  std::vector<std::string> engines;  // measured side by side, each on every scene
   std::string csv_path;   // empty: no table of scenes
   std::string plot_path;  // empty: no picture
 };
 
-// Renders and measures scene by scene: a progress bar on `err`, a CSV row per
-// scene as it is measured, the table of families on `out` at the end.
+// Renders and measures scene by scene, each scene with every engine: a
+// progress bar on `err`, a CSV row per scene and engine as it is measured,
+// the table of families and engines on `out` at the end.
 // SIGINT, SIGTERM or SIGHUP end the run after the current scene with the
 // report and plot of what was measured and status 128 + the signal. Otherwise
 // exit status 0, or 2 when an output cannot be written (the CSV and the

@@ -100,7 +100,8 @@ TEST(EvaluateProcessTest, AnInterruptedRunReportsAndPlotsTheScenesItMeasured) {
   EXPECT_NE(report.find("Interrupted by SIGINT after " + std::to_string(rows) + " of 10000 scenes"),
             std::string::npos)
       << report;
-  EXPECT_TRUE(std::regex_search(report, std::regex("\ntop-down +" + std::to_string(rows) + " ")))
+  EXPECT_TRUE(
+      std::regex_search(report, std::regex("\ntop-down +station +" + std::to_string(rows) + " ")))
       << report;
   EXPECT_NE(read_text(dir.file("err")).find("interrupted by SIGINT"), std::string::npos);
   EXPECT_FALSE(cv::imread(plot).empty());

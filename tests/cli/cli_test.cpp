@@ -500,7 +500,7 @@ TEST_F(CliTest, EvaluateReportsOneFamilyAndWritesItsScenesAndPlot) {
   const auto table = lines_of(r.out);
   ASSERT_GE(table.size(), 5u) << r.out;
   EXPECT_EQ(table[2].rfind("family", 0), 0u) << table[2];
-  EXPECT_TRUE(std::regex_search(table[4], std::regex("^tilted +2 "))) << table[4];
+  EXPECT_TRUE(std::regex_search(table[4], std::regex("^tilted +station +2 "))) << table[4];
   EXPECT_EQ(r.out.find("top-down"), std::string::npos) << "only the family asked for";
   EXPECT_NE(r.err.find("2/2"), std::string::npos) << "progress on standard error";
 
@@ -511,7 +511,7 @@ TEST_F(CliTest, EvaluateReportsOneFamilyAndWritesItsScenesAndPlot) {
     return std::count(row.begin(), row.end(), ',');
   };
   for (const std::string& row : rows) EXPECT_EQ(columns(row), columns(rows[0])) << row;
-  EXPECT_EQ(rows[1].rfind("tilted,1,", 0), 0u) << rows[1];
+  EXPECT_EQ(rows[1].rfind("tilted,1,station,", 0), 0u) << rows[1];
 
   const cv::Mat plot = cv::imread(dir.file("errors.png"));
   ASSERT_FALSE(plot.empty());

@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <utility>
 
 namespace boxdim {
@@ -71,6 +73,49 @@ TEST(Accuracy, EachFamilyPosesTheCameraAndAddsNoiseAsItsNameSays) {
       EXPECT_GT(tilted, 10) << "straight and tilted cameras both";
       EXPECT_LT(tilted, 30) << "straight and tilted cameras both";
     }
+  }
+}
+
+// The harder families hold what their names promise, in proportions that
+// make every effect count.
+TEST(Accuracy, TheHarderFamiliesMixTheirEffects) {
+  const auto family = [](const char* name) {
+    for (const SceneFamily& f : accuracy_families()) {
+      if (f.name == name) return f;
+    }
+    return SceneFamily{};
+  };
+  const auto count = [](const std::vector<SceneParameters>& scenes,
+                        const std::function<bool(const SceneParameters&)>& holds) {
+    return std::count_if(scenes.begin(), scenes.end(), holds);
+  };
+  const std::vector<SceneParameters> realistic = sample_family(family("realistic"), 60, 5);
+  ASSERT_EQ(realistic.size(), 60u);
+  EXPECT_GT(count(realistic, [](const auto& s) { return s.top.dark; }), 8);
+  EXPECT_GT(count(realistic, [](const auto& s) { return s.top.lid_mm > 0; }), 8);
+  EXPECT_GT(count(realistic, [](const auto& s) { return s.top.lid_mm < 0; }), 8);
+  EXPECT_GT(count(realistic, [](const auto& s) { return s.image_width == 320; }), 5);
+  EXPECT_GT(count(realistic, [](const auto& s) { return std::abs(s.tilt_deg) > 15; }), 8);
+  EXPECT_GT(count(realistic, [](const auto& s) { return s.noise.multipath_mm > 0; }), 55);
+
+  const std::vector<SceneParameters> cluttered = sample_family(family("cluttered"), 30, 5);
+  ASSERT_EQ(cluttered.size(), 30u);
+  EXPECT_GT(count(cluttered, [](const auto& s) { return s.other_boxes.size() == 1; }), 5);
+  EXPECT_GT(count(cluttered, [](const auto& s) { return s.other_boxes.size() == 2; }), 5);
+
+  const std::vector<SceneParameters> reject = sample_family(family("reject"), 40, 5);
+  ASSERT_EQ(reject.size(), 40u);
+  const auto empty = count(reject, [](const auto& s) { return !s.with_box; });
+  EXPECT_GT(empty, 10);
+  EXPECT_LT(empty, 30);
+  for (const SceneParameters& scene : reject) {
+    if (!scene.with_box) continue;
+    int corners_in_view = 0;
+    for (const cv::Point2f& c : scene_ground_truth(scene).top_corners_px) {
+      corners_in_view += c.x >= 0 && c.y >= 0 && c.x < scene.image_width &&
+                         c.y < scene.image_height;
+    }
+    EXPECT_LT(corners_in_view, 4) << "a box partly out of view";
   }
 }
 
