@@ -150,8 +150,8 @@ void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
       ->check(decimal_in<std::uint64_t>(0, kMaxSeed))
       ->capture_default_str();
   cmd->add_option("--family", args.family, "Scene family")
-      ->check(CLI::IsMember({"top-down", "tilted", "noisy", "realistic", "cluttered", "reject",
-                             "all"}))
+      ->check(
+          CLI::IsMember({"top-down", "tilted", "noisy", "realistic", "cluttered", "reject", "all"}))
       ->capture_default_str();
   add_engine_option(cmd, args.engine, "Measure with this engine only (default: every engine)");
   cmd->add_option("--csv", args.options.csv_path, "Write one row per scene and engine to FILE");

@@ -149,8 +149,7 @@ void print_table(std::ostream& out, const std::vector<FamilyResult>& results) {
     for (const auto& [reason, count] : failures) {
       if (!header_printed) out << "\nMost common failures (stage: its own message):\n";
       header_printed = true;
-      out << "  " << r.family->name << ", " << r.engine << ": " << count << " x " << reason
-          << '\n';
+      out << "  " << r.family->name << ", " << r.engine << ": " << count << " x " << reason << '\n';
     }
   }
 }
@@ -239,7 +238,8 @@ int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& er
   out << report.str();
   check_stream(out, kStandardOutput);
 
-  if (!options.plot_path.empty()) write_png(options.plot_path, draw_error_plot(options.engines, points));
+  if (!options.plot_path.empty())
+    write_png(options.plot_path, draw_error_plot(options.engines, points));
   // As a shell reports a process the signal ended, though this one ended
   // itself, with its report complete.
   return stop_signal ? 128 + stop_signal : 0;

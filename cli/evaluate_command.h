@@ -16,8 +16,8 @@ struct EvaluateOptions {
   std::uint64_t seed = 2026;
   std::vector<SceneFamily> families;
   std::vector<std::string> engines;  // measured side by side, each on every scene
-  std::string csv_path;   // empty: no table of scenes
-  std::string plot_path;  // empty: no picture
+  std::string csv_path;              // empty: no table of scenes
+  std::string plot_path;             // empty: no picture
 };
 
 // Renders and measures scene by scene, each scene with every engine: a

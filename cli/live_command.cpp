@@ -22,8 +22,9 @@ std::string text_line(int camera, long long frame, const MeasurementResult& resu
 }
 
 // The keys of `boxdim-cli measure --json`, with the camera in place of the file.
-std::string json_text(int camera, long long frame, const MeasurementResult& result) {
-  nlohmann::json line = result_json(result);
+std::string json_text(int camera, long long frame, const MeasurementResult& result,
+                      const std::string& engine) {
+  nlohmann::json line = result_json(result, engine);
   line["device_id"] = camera;
   line["frame"] = frame;
   return json_line(line);
@@ -72,7 +73,7 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
       const long long number = ++frames_of_camera[frame->camera_id];
       ++measured;
       write_line(out,
-                 options.json ? json_text(frame->camera_id, number, result)
+                 options.json ? json_text(frame->camera_id, number, result, options.engine)
                               : text_line(frame->camera_id, number, result),
                  kStandardOutput);
     }

@@ -117,7 +117,7 @@ int run_measure(const MeasureOptions& options, std::ostream& out, std::ostream& 
       const MeasurementResult result = engine->measure(*frame);
       if (!result.primary_box() && status == 0) status = kExitMeasurementFailed;
       write_line(out,
-                 options.json ? file_json(frame->origin, result_json(result), "")
+                 options.json ? file_json(frame->origin, result_json(result, engine->name()), "")
                               : human_line(frame->origin, result),
                  kStandardOutput);
       if (!pictures.empty()) write_png(pictures[i], result.picture);

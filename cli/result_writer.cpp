@@ -22,17 +22,42 @@ std::string result_text(const MeasurementResult& result) {
   return text.str();
 }
 
-nlohmann::json result_json(const MeasurementResult& result) {
+namespace {
+
+nlohmann::json corners_json(const std::vector<cv::Point2f>& corners) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const cv::Point2f& c : corners) list.push_back({json_number(c.x), json_number(c.y)});
+  return list;
+}
+
+nlohmann::json box_json(const BoxMeasurement& box) {
+  const bool measured = box.status == BoxStatus::kMeasured;
+  const auto dimension = [measured](float value) {
+    return measured ? nlohmann::json(json_number(value)) : nlohmann::json(nullptr);
+  };
+  return {{"status", box_status_name(box.status)},
+          {"length_mm", dimension(box.dimensions.box_length)},
+          {"width_mm", dimension(box.dimensions.box_width)},
+          {"height_mm", dimension(box.dimensions.box_height)},
+          {"corners_px", corners_json(box.corners_px)},
+          {"center_px", {json_number(box.centre_px.x), json_number(box.centre_px.y)}},
+          {"confidence", box.confidence ? nlohmann::json(json_number(*box.confidence))
+                                        : nlohmann::json(nullptr)}};
+}
+
+}  // namespace
+
+nlohmann::json result_json(const MeasurementResult& result, const std::string& engine) {
   nlohmann::json line = missing_result_json();
+  line["engine"] = engine;
+  line["boxes"] = nlohmann::json::array();
+  for (const BoxMeasurement& box : result.boxes) line["boxes"].push_back(box_json(box));
   if (const BoxMeasurement* box = result.primary_box()) {
     line["ok"] = true;
     line["length_mm"] = json_number(box->dimensions.box_length);
     line["width_mm"] = json_number(box->dimensions.box_width);
     line["height_mm"] = json_number(box->dimensions.box_height);
-    line["corners_px"] = nlohmann::json::array();
-    for (const cv::Point2f& c : box->corners_px) {
-      line["corners_px"].push_back({json_number(c.x), json_number(c.y)});
-    }
+    line["corners_px"] = corners_json(box->corners_px);
   }
   if (result.failure) line["failed_stage"] = result.failure->stage;
   // Microseconds are all the resolution a timing needs.

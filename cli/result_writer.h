@@ -14,8 +14,11 @@ namespace boxdim {
 std::string result_text(const MeasurementResult& result);
 
 // The primary box as "ok", "length_mm", "width_mm", "height_mm",
-// "corners_px" (null when not measured), "failed_stage" and "elapsed_ms".
-nlohmann::json result_json(const MeasurementResult& result);
+// "corners_px" (null when not measured), "failed_stage" and "elapsed_ms";
+// "engine"; and "boxes", every box the engine found: "status",
+// "length_mm", "width_mm", "height_mm" (null unless measured), "corners_px",
+// "center_px" and "confidence" (null when the engine gives none).
+nlohmann::json result_json(const MeasurementResult& result, const std::string& engine);
 
 // The same keys for a frame that could not be had: not ok, nulls, 0 ms.
 nlohmann::json missing_result_json();

@@ -1,5 +1,6 @@
 #include "engine/engine_factory.h"
 
+#include "engine/precise_engine.h"
 #include "engine/station_engine.h"
 
 namespace boxdim {
@@ -15,7 +16,7 @@ std::string known_names() {
 }  // namespace
 
 const std::vector<std::string>& engine_names() {
-  static const std::vector<std::string> names = {StationEngine::kName};
+  static const std::vector<std::string> names = {StationEngine::kName, PreciseEngine::kName};
   return names;
 }
 
@@ -24,6 +25,7 @@ UnknownEngine::UnknownEngine(const std::string& name)
 
 std::unique_ptr<Engine> create_engine(const std::string& name, const EngineContext& context) {
   if (name == StationEngine::kName) return std::make_unique<StationEngine>(context);
+  if (name == PreciseEngine::kName) return std::make_unique<PreciseEngine>(context);
   throw UnknownEngine(name);
 }
 

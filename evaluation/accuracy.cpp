@@ -1,11 +1,11 @@
 #include "evaluation/accuracy.h"
 
 #include <algorithm>
-#include <opencv2/imgproc.hpp>
-#include <stdexcept>
 #include <cmath>
+#include <opencv2/imgproc.hpp>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 
 #include "engine/engine_factory.h"
@@ -117,7 +117,8 @@ SceneParameters draw_classic(FamilyKind kind, std::mt19937_64& rng) {
   scene.box_height_mm = uniform(rng, 60.0f, 400.0f);
   scene.camera_height_mm = uniform(rng, 800.0f, 1800.0f);
   scene.yaw_deg = uniform(rng, 0.0f, 90.0f);
-  const bool tilted = kind == FamilyKind::kTilted || (kind == FamilyKind::kNoisy && chance(rng, 0.5));
+  const bool tilted =
+      kind == FamilyKind::kTilted || (kind == FamilyKind::kNoisy && chance(rng, 0.5));
   if (tilted) {
     // Either way: the side face the camera sees lies at the top or the bottom
     // of the image, and the height stage treats the two differently.
@@ -164,7 +165,8 @@ void draw_real_camera(SceneParameters& scene, std::mt19937_64& rng, float min_he
 BoxTop draw_top(std::mt19937_64& rng) {
   BoxTop top;
   top.dark = chance(rng, 0.3);
-  if (chance(rng, 0.5)) top.lid_mm = chance(rng, 0.5) ? uniform(rng, 0.0f, 12.0f) : -uniform(rng, 0.0f, 8.0f);
+  if (chance(rng, 0.5))
+    top.lid_mm = chance(rng, 0.5) ? uniform(rng, 0.0f, 12.0f) : -uniform(rng, 0.0f, 8.0f);
   return top;
 }
 
@@ -313,9 +315,9 @@ ErrorStatistics error_statistics(std::vector<double> errors) {
 }  // namespace
 
 std::vector<SceneFamily> accuracy_families() {
-  return {{"top-down", FamilyKind::kTopDown},     {"tilted", FamilyKind::kTilted},
-          {"noisy", FamilyKind::kNoisy},          {"realistic", FamilyKind::kRealistic},
-          {"cluttered", FamilyKind::kCluttered},  {"reject", FamilyKind::kReject}};
+  return {{"top-down", FamilyKind::kTopDown},    {"tilted", FamilyKind::kTilted},
+          {"noisy", FamilyKind::kNoisy},         {"realistic", FamilyKind::kRealistic},
+          {"cluttered", FamilyKind::kCluttered}, {"reject", FamilyKind::kReject}};
 }
 
 SceneSampler::SceneSampler(SceneFamily family, int count, std::uint64_t seed)
@@ -377,8 +379,9 @@ SceneMeasurement measure_scene(const SceneParameters& scene, const RenderedScene
       nearest_distance = distance;
     }
   }
-  const bool stands_for_it = nearest && (!scene.with_box || scene.other_boxes.empty() ||
-                                         nearest_distance <= shortest_top_side_px(result.truth) / 3);
+  const bool stands_for_it =
+      nearest && (!scene.with_box || scene.other_boxes.empty() ||
+                  nearest_distance <= shortest_top_side_px(result.truth) / 3);
   if (stands_for_it) {
     result.ok = true;
     result.measured = nearest->dimensions;

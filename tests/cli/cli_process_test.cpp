@@ -89,7 +89,7 @@ TEST(EvaluateProcessTest, AnInterruptedRunReportsAndPlotsTheScenesItMeasured) {
   const std::string csv = dir.file("scenes.csv");
   const std::string plot = dir.file("errors.png");
   ChildProcess evaluate({BOXDIM_CLI_PROGRAM, "evaluate", "--scenes", "10000", "--family",
-                         "top-down", "--csv", csv, "--plot", plot},
+                         "top-down", "--engine", "station", "--csv", csv, "--plot", plot},
                         {}, dir.file("out"), dir.file("err"));
   ASSERT_TRUE(eventually([&] { return lines_of(read_text(csv)).size() >= 4; }, kPatience));
   evaluate.send(SIGINT);

@@ -122,10 +122,12 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{"too_large_size", {"measure", "--size", "4096x4096", "x.raw"}, "too large"},
         // Every command that measures takes an engine by name.
         UsageCase{"unknown_engine_measure",
-                  {"measure", "--engine", "precise", "x.raw"},
-                  "--engine: unknown engine 'precise' (known: station)"},
-        UsageCase{"unknown_engine_live", {"live", "--engine", "Station"}, "(known: station)"},
-        UsageCase{"unknown_engine_evaluate", {"evaluate", "--engine", ""}, "(known: station)"}),
+                  {"measure", "--engine", "exact", "x.raw"},
+                  "--engine: unknown engine 'exact' (known: station, precise)"},
+        UsageCase{
+            "unknown_engine_live", {"live", "--engine", "Station"}, "(known: station, precise)"},
+        UsageCase{
+            "unknown_engine_evaluate", {"evaluate", "--engine", ""}, "(known: station, precise)"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CliTest, ASimulatedFrameIsMeasuredAsItsGroundTruthWithOneJsonObjectPerFile) {
@@ -148,8 +150,9 @@ TEST_F(CliTest, ASimulatedFrameIsMeasuredAsItsGroundTruthWithOneJsonObjectPerFil
   const auto result = nlohmann::json::parse(lines[0]);
   std::vector<std::string> keys;
   for (const auto& item : result.items()) keys.push_back(item.key());
-  EXPECT_EQ(keys, (std::vector<std::string>{"corners_px", "elapsed_ms", "failed_stage", "file",
-                                            "height_mm", "length_mm", "ok", "width_mm"}));
+  EXPECT_EQ(keys,
+            (std::vector<std::string>{"boxes", "corners_px", "elapsed_ms", "engine", "failed_stage",
+                                      "file", "height_mm", "length_mm", "ok", "width_mm"}));
   EXPECT_EQ(result["file"], frame);
   EXPECT_EQ(result["ok"], true);
   EXPECT_TRUE(result["failed_stage"].is_null());
@@ -500,18 +503,21 @@ TEST_F(CliTest, EvaluateReportsOneFamilyAndWritesItsScenesAndPlot) {
   const auto table = lines_of(r.out);
   ASSERT_GE(table.size(), 5u) << r.out;
   EXPECT_EQ(table[2].rfind("family", 0), 0u) << table[2];
+  // Every engine measures every scene, side by side.
   EXPECT_TRUE(std::regex_search(table[4], std::regex("^tilted +station +2 "))) << table[4];
+  EXPECT_TRUE(std::regex_search(table[5], std::regex("^ +precise +2 "))) << table[5];
   EXPECT_EQ(r.out.find("top-down"), std::string::npos) << "only the family asked for";
   EXPECT_NE(r.err.find("2/2"), std::string::npos) << "progress on standard error";
 
   std::ifstream csv(dir.file("scenes.csv"));
   const auto rows = lines_of(std::string(std::istreambuf_iterator<char>(csv), {}));
-  ASSERT_EQ(rows.size(), 3u);
+  ASSERT_EQ(rows.size(), 5u);
   const auto columns = [](const std::string& row) {
     return std::count(row.begin(), row.end(), ',');
   };
   for (const std::string& row : rows) EXPECT_EQ(columns(row), columns(rows[0])) << row;
   EXPECT_EQ(rows[1].rfind("tilted,1,station,", 0), 0u) << rows[1];
+  EXPECT_EQ(rows[2].rfind("tilted,1,precise,", 0), 0u) << rows[2];
 
   const cv::Mat plot = cv::imread(dir.file("errors.png"));
   ASSERT_FALSE(plot.empty());

@@ -98,13 +98,14 @@ TEST(StationEngine, MeasuresARenderedSequenceExactlyAsTheDriverCalledByHand) {
   EXPECT_LT(measured, 8) << "and the failed one";
 }
 
-TEST(EngineFactory, KnowsTheStationEngineAndNamesTheKnownOnesForAnyOther) {
-  EXPECT_EQ(engine_names(), std::vector<std::string>{"station"});
+TEST(EngineFactory, CreatesEachKnownEngineByNameAndNamesTheKnownOnesForAnyOther) {
+  EXPECT_EQ(engine_names(), (std::vector<std::string>{"station", "precise"}));
+  for (const std::string& name : engine_names()) EXPECT_EQ(create_engine(name)->name(), name);
   try {
-    create_engine("precise");
+    create_engine("Precise");
     FAIL() << "an unknown engine was created";
   } catch (const UnknownEngine& e) {
-    EXPECT_STREQ(e.what(), "unknown engine 'precise' (known: station)");
+    EXPECT_STREQ(e.what(), "unknown engine 'Precise' (known: station, precise)");
   }
 }
 
@@ -141,14 +142,16 @@ INSTANTIATE_TEST_SUITE_P(
     Writes, LastLineTest,
     ::testing::Values(
         LastLineCase{"nothing", {}, ""},
-        LastLineCase{"spaces_around", {{false, " ransac_fitline points less than 10;\n"}},
+        LastLineCase{"spaces_around",
+                     {{false, " ransac_fitline points less than 10;\n"}},
                      "ransac_fitline points less than 10;"},
         LastLineCase{"blank_lines_after", {{false, "numPoints  36\n  \n\n"}}, "numPoints  36"},
         LastLineCase{"unfinished_line", {{false, "a\nbox_height: 2"}}, "box_height: 2"},
         LastLineCase{"error_log_interleaved",
                      {{false, "ransc times: 0\n"}, {true, "EigenSolver failed!\n"}},
                      "EigenSolver failed!"},
-        LastLineCase{"written_in_pieces", {{false, "num"}, {false, "Points  "}, {false, "0\n"}},
+        LastLineCase{"written_in_pieces",
+                     {{false, "num"}, {false, "Points  "}, {false, "0\n"}},
                      "numPoints  0"}),
     [](const auto& info) { return std::string(info.param.name); });
 

@@ -1,0 +1,66 @@
+#include "engine/box_picture.h"
+
+#include <cstdio>
+#include <opencv2/imgproc.hpp>
+
+namespace boxdim {
+
+namespace {
+
+cv::Scalar status_colour(BoxStatus status) {
+  switch (status) {
+    case BoxStatus::kMeasured:
+      return {60, 200, 60};
+    case BoxStatus::kPartial:
+      return {0, 165, 255};
+    case BoxStatus::kIrregular:
+      return {200, 60, 200};
+    case BoxStatus::kTooSmall:
+      return {160, 160, 160};
+  }
+  return {255, 255, 255};
+}
+
+}  // namespace
+
+cv::Mat draw_boxes(const cv::Mat& depth, const MeasurementResult& result) {
+  CV_Assert(depth.type() == CV_16UC1);
+  double nearest = 0.0;
+  double farthest = 0.0;
+  const cv::Mat valid = depth > 0;
+  cv::minMaxLoc(depth, &nearest, &farthest, nullptr, nullptr, valid);
+  const double span = std::max(1.0, farthest - nearest);
+  cv::Mat grey;
+  depth.convertTo(grey, CV_8U, -215.0 / span, 255.0 + 215.0 * nearest / span);
+  grey.setTo(0, ~valid);
+  cv::Mat picture;
+  cv::cvtColor(grey, picture, cv::COLOR_GRAY2BGR);
+
+  const double scale = std::max(0.35, picture.cols / 1600.0);
+  for (std::size_t b = 0; b < result.boxes.size(); ++b) {
+    const BoxMeasurement& box = result.boxes[b];
+    if (box.corners_px.size() != 4) continue;
+    const cv::Scalar colour = status_colour(box.status);
+    const bool primary = result.primary && *result.primary == b;
+    std::vector<cv::Point> outline;
+    for (const cv::Point2f& c : box.corners_px) outline.emplace_back(cvRound(c.x), cvRound(c.y));
+    cv::polylines(picture, outline, true, colour, primary ? 2 : 1, cv::LINE_AA);
+    char text[64];
+    if (box.status == BoxStatus::kMeasured) {
+      std::snprintf(text, sizeof text, "%.0f x %.0f x %.0f", box.dimensions.box_length,
+                    box.dimensions.box_width, box.dimensions.box_height);
+    } else {
+      std::snprintf(text, sizeof text, "%s", box_status_name(box.status));
+    }
+    int baseline = 0;
+    const cv::Size size = cv::getTextSize(text, cv::FONT_HERSHEY_SIMPLEX, scale, 1, &baseline);
+    const cv::Point at(cvRound(box.centre_px.x) - size.width / 2,
+                       cvRound(box.centre_px.y) + size.height / 2);
+    cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 3,
+                cv::LINE_AA);
+    cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, colour, 1, cv::LINE_AA);
+  }
+  return picture;
+}
+
+}  // namespace boxdim

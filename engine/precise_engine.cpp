@@ -1,0 +1,60 @@
+#include "engine/precise_engine.h"
+
+#include <chrono>
+#include <cmath>
+
+#include "engine/box_picture.h"
+
+namespace boxdim {
+
+PreciseEngine::PreciseEngine(const EngineContext& context) : detector_(context.seed_clock) {}
+
+MeasurementResult PreciseEngine::measure(const DepthFrame& frame) {
+  CV_Assert(frame.depth.type() == CV_16UC1);
+  MeasurementResult result;
+  result.camera_id = frame.camera_id;
+  result.timestamp_us = frame.timestamp_us;
+  const auto start = std::chrono::steady_clock::now();
+
+  const std::vector<precise::BoxFit>& fits = detector_.detect(frame.depth, frame.intrinsics);
+  const cv::Point2f image_centre(0.5f * (frame.depth.cols - 1), 0.5f * (frame.depth.rows - 1));
+  std::optional<std::size_t> nearest_any;
+  double nearest_any_distance = 0.0;
+  double primary_distance = 0.0;
+  for (const precise::BoxFit& fit : fits) {
+    BoxMeasurement box;
+    box.status = fit.status;
+    if (fit.status == BoxStatus::kMeasured) {
+      box.dimensions = {fit.length_mm, fit.width_mm, fit.height_mm};
+    }
+    box.corners_px.assign(fit.corners_px.begin(), fit.corners_px.end());
+    box.corners_mm.assign(fit.corners_mm.begin(), fit.corners_mm.end());
+    box.centre_px = fit.centre_px;
+    box.confidence = fit.confidence;
+    result.boxes.push_back(box);
+    const std::size_t index = result.boxes.size() - 1;
+    const double distance = cv::norm(fit.centre_px - image_centre);
+    if (fit.status == BoxStatus::kMeasured && (!result.primary || distance < primary_distance)) {
+      result.primary = index;
+      primary_distance = distance;
+    }
+    if (!nearest_any || distance < nearest_any_distance) {
+      nearest_any = index;
+      nearest_any_distance = distance;
+    }
+  }
+  if (!result.primary) {
+    if (nearest_any) {
+      const precise::BoxFit& fit = fits[*nearest_any];
+      result.failure = StageFailure{box_status_name(fit.status), fit.reason};
+    } else {
+      result.failure = StageFailure{detector_.floor() ? "detection" : "floor", detector_.problem()};
+    }
+  }
+  result.picture = draw_boxes(frame.depth, result);
+  result.elapsed_ms =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+  return result;
+}
+
+}  // namespace boxdim

@@ -1,0 +1,29 @@
+// The precise engine: every box on the floor, each measured as its smallest
+// enclosing cuboid (precise/). The primary box is the measured one nearest the
+// image centre.
+#pragma once
+
+#include <string>
+
+#include "core/engine.h"
+#include "precise/box_detector.h"
+
+namespace boxdim {
+
+class PreciseEngine : public Engine {
+ public:
+  static constexpr const char* kName = "precise";
+
+  explicit PreciseEngine(const EngineContext& context);
+
+  std::string name() const override { return kName; }
+  // A frame without a measured box carries why in its failure: the stage
+  // ("floor", "detection" or the status of the box nearest the centre) and a
+  // message.
+  MeasurementResult measure(const DepthFrame& frame) override;
+
+ private:
+  precise::BoxDetector detector_;
+};
+
+}  // namespace boxdim
