@@ -44,7 +44,8 @@ std::string csv_field(const std::string& text) {
 
 const char* const kCsvHeader =
     "family,scene,engine,camera_height_mm,tilt_deg,roll_deg,yaw_deg,offset_x_mm,offset_y_mm,"
-    "noise_mm_at_1m,camera_angle_deg,top_face_distance_mm,true_length_mm,true_width_mm,"
+    "noise_mm_at_1m,image,fx,multipath_mm,lid_mm,dark_top,boxes,camera_angle_deg,"
+    "top_face_distance_mm,true_length_mm,true_width_mm,"
     "true_height_mm,ok,failed_stage,failure_reason,length_mm,width_mm,height_mm,"
     "length_error_mm,width_error_mm,height_error_mm,elapsed_ms";
 
@@ -56,7 +57,9 @@ std::string csv_row(const std::string& family, int index, const SceneMeasurement
   row << std::setprecision(6) << csv_field(family) << ',' << index << ',' << csv_field(m.engine)
       << ',' << s.camera_height_mm << ',' << s.tilt_deg << ',' << s.roll_deg << ',' << s.yaw_deg
       << ',' << s.offset_mm.x << ',' << s.offset_mm.y << ',' << s.noise.sigma_at_1m_mm << ','
-      << camera_angle_deg(s) << ',' << m.truth.top_face_depth_mm << ',' << truth.box_length << ','
+      << s.image_width << 'x' << s.image_height << ',' << s.intrinsics.fx << ','
+      << s.noise.multipath_mm << ',' << s.top.lid_mm << ',' << (s.top.dark ? "true" : "false")
+      << ',' << (s.with_box ? 1 : 0) + s.other_boxes.size() << ',' << camera_angle_deg(s) << ',' << m.truth.top_face_depth_mm << ',' << truth.box_length << ','
       << truth.box_width << ',' << truth.box_height << ',' << (m.ok ? "true" : "false") << ','
       << csv_field(m.failed_stage) << ',' << csv_field(m.reason) << ',';
   if (m.ok) {

@@ -19,6 +19,8 @@ constexpr float kMaxTopSlope = 0.05f;
 constexpr int kRefinements = 3;
 constexpr int kHeightGrid = 17;
 constexpr std::size_t kMaxHeightSamples = 2500;
+// A visible side needs this many points below the edge to place it.
+constexpr std::size_t kMinSidePoints = 6;
 
 // The top's plane: in-plane coordinates x = p . e1, y = p . e2.
 struct Basis {
@@ -315,7 +317,12 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
       auto& samples = buffers.samples;
       samples.clear();
       int missing_near = 0, near = 0;
-      std::vector<cv::Point2f> slope_points;
+      // The side's face is in view when the camera stands outside its plane.
+      const cv::Point2f middle = rect.centre + normal * rect.half[side % 2];
+      const cv::Vec3f normal_3d = normal.x * basis.e1 + normal.y * basis.e2;
+      const bool side_in_view = basis.point(middle).dot(normal_3d) < 0.0f;
+      std::vector<float>& side_points = buffers.side;
+      side_points.clear();
       for (int v = 0; v < roi.height; ++v) {
         for (int u = 0; u < roi.width; ++u) {
           if (!buffers.plane_ok(v, u)) continue;
@@ -332,10 +339,14 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
           if (std::isnan(h)) continue;
           const bool on = buffers.face(v, u) && h >= rim - on_tolerance;
           samples.push_back({s, t, h, on});
-          // The visible side below the edge: its heights fall off linearly.
-          if (!on && h < rim - 2.0f * on_tolerance && h > 0.2f * rim &&
+          // A point of the visible side, straight below the edge: the side
+          // is upright, so the point's place on the floor's plane is the edge's.
+          if (side_in_view && !on && h < rim - 1.2f * on_tolerance && h > 0.1f * rim &&
               same_region(v + roi.y, u + roi.x)) {
-            slope_points.emplace_back(s, h);
+            const cv::Point2f below = basis.in_plane(frame.points(v + roi.y, u + roi.x));
+            if (std::abs(below.dot(tangent) - along_centre) <= reach) {
+              side_points.push_back(below.dot(normal) - offset);
+            }
           }
         }
       }
@@ -369,13 +380,14 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
       std::optional<float> edge = samples.empty()
                                       ? std::nullopt
                                       : step_edge(samples.data(), samples.data() + samples.size());
-      // Where a side is in view, the edge is where its plane meets the top's.
-      if (edge && slope_points.size() >= 8) {
-        const std::optional<Line> side_face = fit_line(slope_points);
-        if (side_face && side_face->b < -0.5f && side_face->rms < 3.0f * noise + 2.0f) {
-          const float crease = (rim - side_face->a) / side_face->b;
-          if (std::abs(crease - *edge) < 3.0f * pixel_mm) edge = crease;
-        }
+      // Where a side is in view, the edge is above its points: pixels just
+      // off the top's edge on that side see the side, close in height, and
+      // would pull the step outwards.
+      if (edge && side_points.size() >= kMinSidePoints) {
+        std::nth_element(side_points.begin(), side_points.begin() + side_points.size() / 2,
+                         side_points.end());
+        const float upright = side_points[side_points.size() / 2];
+        if (std::abs(upright - *edge) < 3.0f * pixel_mm) edge = upright;
       }
       if (edge) shift[side] = *edge;
       if (course.size() >= 3) {
@@ -422,7 +434,6 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   std::vector<cv::Point3f> top_samples;
   top_samples.reserve(std::min(face.pixels.size(), kMaxHeightSamples));
   const std::size_t stride = std::max<std::size_t>(1, face.pixels.size() / kMaxHeightSamples);
-  int inside = 0;
   for (std::size_t n = 0; n < face.pixels.size(); ++n) {
     const int i = face.pixels[n];
     const int v = i / width - roi.y;
@@ -432,7 +443,6 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
     const float x = q.dot(rect.axis()) / std::max(1.0f, rect.half[0]);
     const float y = q.dot(rect.across()) / std::max(1.0f, rect.half[1]);
     if (std::abs(x) > 1.0f || std::abs(y) > 1.0f) continue;
-    ++inside;
     const float margin_x = 2.0f * pixel_mm / std::max(1.0f, rect.half[0]);
     const float margin_y = 2.0f * pixel_mm / std::max(1.0f, rect.half[1]);
     if (n % stride != 0 || std::abs(x) > 1.0f - margin_x || std::abs(y) > 1.0f - margin_y) continue;
@@ -447,8 +457,21 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   fit.height_mm = surface.highest;
 
   // How well it all fits, and whether it can be trusted.
-  const double rectangle_pixels = 4.0 * rect.half[0] * rect.half[1] / (pixel_mm * pixel_mm);
-  const float fill = static_cast<float>(std::min(1.0, inside / std::max(1.0, rectangle_pixels)));
+  // The share of the rectangle's pixels in the image that the top covers
+  // (its holes from dropouts closed).
+  int covered = 0;
+  for (int v = 0; v < roi.height; ++v) {
+    for (int u = 0; u < roi.width; ++u) {
+      if (!buffers.face(v, u) || !buffers.plane_ok(v, u)) continue;
+      const cv::Point2f q = cv::Point2f(buffers.plane(v, u)[0], buffers.plane(v, u)[1]) - rect.centre;
+      if (std::abs(q.dot(rect.axis())) <= rect.half[0] && std::abs(q.dot(rect.across())) <= rect.half[1]) {
+        ++covered;
+      }
+    }
+  }
+  const std::vector<cv::Point2f> outline(fit.corners_px.begin(), fit.corners_px.end());
+  const double rectangle_pixels = cv::contourArea(outline);
+  const float fill = static_cast<float>(std::min(1.0, covered / std::max(1.0, rectangle_pixels)));
   fit.confidence = fill * std::exp(-0.5f * std::pow(edge_rms / (1.5f * pixel_mm), 2.0f));
   const bool at_border = face.bounds.x <= 0 || face.bounds.y <= 0 || face.bounds.br().x >= width ||
                          face.bounds.br().y >= heights.rows;

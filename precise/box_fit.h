@@ -48,6 +48,7 @@ struct FitBuffers {
   std::vector<Sample> samples;
   std::vector<cv::Point2f> outline;
   std::vector<float> values;
+  std::vector<float> side;
 };
 
 BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers);
