@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "engine/precise_engine.h"
 #include "engine/station_engine.h"
 #include "footprint/length_width.h"
 #include "height/box_height.h"
@@ -147,6 +148,34 @@ void BM_whole_frame(benchmark::State& bench, SceneKind kind) {
   if (!measured) bench.SkipWithError("the benchmark scene was not measured");
 }
 
+// The precise engine on one camera's frames, the floor kept from frame to
+// frame: one box, or three (the bench scene's box and two beside it); with
+// or without drawing the result's picture.
+void BM_precise_frame(benchmark::State& bench, int boxes, bool pictures) {
+  SceneParameters scene = bench_scene(SceneKind::kTopDown);
+  if (boxes == 3) {
+    scene.other_boxes = {FloorBox{300, 200, 150, {-430, 150}, 20, {}},
+                         FloorBox{200, 200, 300, {400, -100}, 60, {}}};
+  }
+  EngineContext context;
+  context.seed_clock = [] { return kSeed; };
+  context.draw_pictures = pictures;
+  PreciseEngine engine(context);
+  DepthFrame frame;
+  frame.depth = render_scene(scene).depth;
+  frame.intrinsics = scene.intrinsics;
+  std::size_t measured = 0;
+  for (auto _ : bench) {
+    const MeasurementResult result = engine.measure(frame);
+    measured = 0;
+    for (const BoxMeasurement& box : result.boxes) measured += box.status == BoxStatus::kMeasured;
+    benchmark::DoNotOptimize(result.picture.data);
+  }
+  if (measured != static_cast<std::size_t>(boxes)) {
+    bench.SkipWithError("the benchmark scene's boxes were not all measured");
+  }
+}
+
 // A fixed count: restoring the state before each iteration costs more than
 // the quick stages, and would stretch an open-ended run to minutes.
 constexpr int kStageIterations = 400;
@@ -174,6 +203,18 @@ BENCHMARK_CAPTURE(BM_whole_frame, top_down, SceneKind::kTopDown)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_whole_frame, tilted, SceneKind::kTilted)
     ->Name("whole_frame/tilted")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_precise_frame, one_box, 1, false)
+    ->Name("precise_frame/one_box")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_precise_frame, three_boxes, 3, false)
+    ->Name("precise_frame/three_boxes")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_precise_frame, one_box_picture, 1, true)
+    ->Name("precise_frame_with_picture/one_box")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_precise_frame, three_boxes_picture, 3, true)
+    ->Name("precise_frame_with_picture/three_boxes")
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -13,13 +13,18 @@
 
 namespace boxdim {
 
-// What an engine takes from the program: where its console lines go, and the
-// clock that seeds its random sampling. Empty members keep the station's
-// defaults: standard output, standard error, the current time in seconds.
+// What an engine takes from the program: where its console lines go, the
+// clock that seeds its random sampling, and whether results need their
+// picture. Empty members keep the station's defaults: standard output,
+// standard error, the current time in seconds.
 struct EngineContext {
   std::ostream* log = nullptr;
   std::ostream* error_log = nullptr;
   std::function<std::time_t()> seed_clock;
+  // An engine may leave MeasurementResult::picture empty when false: drawing
+  // costs time that a program that shows nothing need not spend. The station
+  // pipeline draws as part of its frame preparation either way.
+  bool draw_pictures = true;
 };
 
 class Engine {

@@ -9,7 +9,7 @@
 
 namespace boxdim {
 
-// 8-bit BGR, the frame's size: near surfaces bright, far ones dark, pixels
+// 8-bit BGR, the frame's size: near surfaces dark, far ones bright, pixels
 // without depth black.
 cv::Mat draw_boxes(const cv::Mat& depth, const MeasurementResult& result);
 

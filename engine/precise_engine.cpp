@@ -7,7 +7,8 @@
 
 namespace boxdim {
 
-PreciseEngine::PreciseEngine(const EngineContext& context) : detector_(context.seed_clock) {}
+PreciseEngine::PreciseEngine(const EngineContext& context)
+    : detector_(context.seed_clock), draw_pictures_(context.draw_pictures) {}
 
 MeasurementResult PreciseEngine::measure(const DepthFrame& frame) {
   CV_Assert(frame.depth.type() == CV_16UC1);
@@ -51,7 +52,7 @@ MeasurementResult PreciseEngine::measure(const DepthFrame& frame) {
       result.failure = StageFailure{detector_.floor() ? "detection" : "floor", detector_.problem()};
     }
   }
-  result.picture = draw_boxes(frame.depth, result);
+  if (draw_pictures_) result.picture = draw_boxes(frame.depth, result);
   result.elapsed_ms =
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
   return result;

@@ -24,6 +24,7 @@ class PreciseEngine : public Engine {
 
  private:
   precise::BoxDetector detector_;
+  bool draw_pictures_;
 };
 
 }  // namespace boxdim

@@ -39,8 +39,8 @@ class BoxDetector {
   std::mt19937 rng_;
   FloorFinder floor_finder_;
   TopFaceFinder face_finder_;
-  cv::Mat3f points_;
   cv::Mat1f heights_;
+  cv::Mat1b above_;
   FitBuffers buffers_;
   std::vector<BoxFit> fits_;
   const char* problem_ = "";

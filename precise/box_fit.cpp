@@ -18,7 +18,9 @@ constexpr float kMinFill = 0.88f;
 constexpr float kMaxTopSlope = 0.05f;
 constexpr int kRefinements = 3;
 constexpr int kHeightGrid = 17;
-constexpr std::size_t kMaxHeightSamples = 2500;
+constexpr std::size_t kMaxHeightSamples = 1500;
+// A median needs no more values than this to be as good as all of them.
+constexpr std::size_t kMaxMedianSamples = 3000;
 // A visible side needs this many points below the edge to place it.
 constexpr std::size_t kMinSidePoints = 6;
 
@@ -68,35 +70,6 @@ struct Rectangle {
   }
 };
 
-// The position between `on` and off samples (sorted by s) that misclassifies
-// the fewest; the mean of the positions that tie.
-std::optional<float> step_edge(const FitBuffers::Sample* begin, const FitBuffers::Sample* end) {
-  const int n = static_cast<int>(end - begin);
-  int on_total = 0;
-  for (const auto* p = begin; p != end; ++p) on_total += p->on;
-  if (on_total < 2 || n - on_total < 1) return std::nullopt;
-  // Cost with the edge before sample 0: every on sample lies outside.
-  int cost = on_total;
-  int best = cost;
-  double sum = 0.0;
-  int count = 0;
-  for (int i = 0; i < n; ++i) {
-    cost += begin[i].on ? -1 : 1;
-    if (i + 1 < n && begin[i + 1].s == begin[i].s) continue;
-    const float position = i + 1 < n ? 0.5f * (begin[i].s + begin[i + 1].s) : begin[i].s;
-    if (cost < best) {
-      best = cost;
-      sum = position;
-      count = 1;
-    } else if (cost == best && count > 0) {
-      sum += position;
-      ++count;
-    }
-  }
-  if (count == 0) return std::nullopt;
-  return static_cast<float>(sum / count);
-}
-
 struct Line {
   float a = 0.0f, b = 0.0f;  // y = a + b x
   float rms = 0.0f;
@@ -138,6 +111,38 @@ std::optional<Line> fit_line(const std::vector<cv::Point2f>& xy) {
   return second ? second : first;
 }
 
+// Solves the leading n x n block of a x = b, a symmetric and positive
+// definite, by Cholesky; false when it is singular.
+template <int N>
+bool solve_leading(const cv::Matx<double, N, N>& a, const cv::Matx<double, N, 1>& b, int n,
+                   double* x) {
+  double l[N][N] = {};
+  for (int i = 0; i < n; ++i) {
+    for (int j = 0; j <= i; ++j) {
+      double sum = a(i, j);
+      for (int k = 0; k < j; ++k) sum -= l[i][k] * l[j][k];
+      if (i == j) {
+        if (sum <= 1e-12) return false;
+        l[i][i] = std::sqrt(sum);
+      } else {
+        l[i][j] = sum / l[j][j];
+      }
+    }
+  }
+  double y[N] = {};
+  for (int i = 0; i < n; ++i) {
+    double sum = b(i);
+    for (int k = 0; k < i; ++k) sum -= l[i][k] * y[k];
+    y[i] = sum / l[i][i];
+  }
+  for (int i = n - 1; i >= 0; --i) {
+    double sum = y[i];
+    for (int k = i + 1; k < n; ++k) sum -= l[k][i] * x[k];
+    x[i] = sum / l[i][i];
+  }
+  return true;
+}
+
 // The highest point of the top above the floor: a constant, a plane or a
 // biquadratic surface, whichever the samples (x, y in [-1, 1], height)
 // support best, evaluated over the whole rectangle. A bulging lid rises
@@ -150,50 +155,63 @@ struct TopSurface {
 
 TopSurface top_surface(const std::vector<cv::Point3f>& samples, float half_x, float half_y) {
   constexpr int kTerms = 9;
+  // Term k is x^px[k] * y^py[k]; the normal equations need only the sums of
+  // x^a y^b for a, b up to 4, and of h x^a y^b for a, b up to 2.
+  static const int px[kTerms] = {0, 1, 0, 2, 1, 0, 2, 1, 2};
+  static const int py[kTerms] = {0, 0, 1, 0, 1, 2, 1, 2, 2};
   const auto terms = [](float x, float y, double* t) {
+    const double xx = double(x) * x;
+    const double yy = double(y) * y;
     t[0] = 1.0;
     t[1] = x;
     t[2] = y;
-    t[3] = double(x) * x;
+    t[3] = xx;
     t[4] = double(x) * y;
-    t[5] = double(y) * y;
-    t[6] = double(x) * x * y;
-    t[7] = double(x) * y * y;
-    t[8] = double(x) * x * y * y;
+    t[5] = yy;
+    t[6] = xx * y;
+    t[7] = double(x) * yy;
+    t[8] = xx * yy;
   };
-  cv::Matx<double, kTerms, kTerms> ata = cv::Matx<double, kTerms, kTerms>::zeros();
-  cv::Matx<double, kTerms, 1> atb = cv::Matx<double, kTerms, 1>::zeros();
+  double moments[5][5] = {};
+  double h_moments[3][3] = {};
   double sum_h2 = 0.0;
   for (const cv::Point3f& s : samples) {
-    double t[kTerms];
-    terms(s.x, s.y, t);
-    for (int i = 0; i < kTerms; ++i) {
-      atb(i) += t[i] * s.z;
-      for (int j = 0; j < kTerms; ++j) ata(i, j) += t[i] * t[j];
+    double xp[5] = {1.0, s.x, 0, 0, 0};
+    double yp[5] = {1.0, s.y, 0, 0, 0};
+    for (int p = 2; p < 5; ++p) {
+      xp[p] = xp[p - 1] * s.x;
+      yp[p] = yp[p - 1] * s.y;
+    }
+    for (int a = 0; a < 5; ++a) {
+      for (int b = 0; a + b <= 8 && b < 5; ++b) moments[a][b] += xp[a] * yp[b];
+    }
+    for (int a = 0; a < 3; ++a) {
+      for (int b = 0; b < 3; ++b) h_moments[a][b] += s.z * xp[a] * yp[b];
     }
     sum_h2 += double(s.z) * s.z;
+  }
+  cv::Matx<double, kTerms, kTerms> ata;
+  cv::Matx<double, kTerms, 1> atb;
+  for (int i = 0; i < kTerms; ++i) {
+    atb(i) = h_moments[px[i]][py[i]];
+    for (int j = 0; j < kTerms; ++j) ata(i, j) = moments[px[i] + px[j]][py[i] + py[j]];
   }
   const double n = static_cast<double>(samples.size());
   TopSurface best;
   double best_criterion = std::numeric_limits<double>::infinity();
   for (const int used : {1, 3, kTerms}) {
-    cv::Mat a(used, used, CV_64F);
-    cv::Mat b(used, 1, CV_64F);
-    for (int i = 0; i < used; ++i) {
-      b.at<double>(i) = atb(i);
-      for (int j = 0; j < used; ++j) a.at<double>(i, j) = ata(i, j);
-    }
-    cv::Mat c;
-    if (!cv::solve(a, b, c, cv::DECOMP_CHOLESKY)) continue;
+    double c[kTerms] = {};
+    if (!solve_leading(ata, atb, used, c)) continue;
     // Residual sum of squares from the normal equations: h.h - c.(A^T h).
-    const double rss = std::max(1e-9, sum_h2 - c.dot(b));
+    double explained = 0.0;
+    for (int i = 0; i < used; ++i) explained += c[i] * atb(i);
+    const double rss = std::max(1e-9, sum_h2 - explained);
     const double criterion = n * std::log(rss / n) + used * std::log(n);
     if (criterion >= best_criterion) continue;
     best_criterion = criterion;
     TopSurface surface;
     surface.rms = static_cast<float>(std::sqrt(rss / n));
-    double coefficients[kTerms] = {};
-    for (int i = 0; i < used; ++i) coefficients[i] = c.at<double>(i);
+    const double* coefficients = c;
     surface.slope = static_cast<float>(std::hypot(coefficients[1] / std::max(1.0f, half_x),
                                                   coefficients[2] / std::max(1.0f, half_y)));
     double highest = -std::numeric_limits<double>::infinity();
@@ -223,62 +241,63 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   // Depth and footprint of a pixel at the top, and the noise of its heights.
   std::vector<float>& values = buffers.values;
   values.clear();
-  for (const int i : face.pixels) values.push_back(frame.points(i / width, i % width)[2]);
+  const std::size_t every = std::max<std::size_t>(1, face.pixel_count / kMaxMedianSamples);
+  for (std::size_t n = 0; n < face.pixel_count; n += every) {
+    const int i = face.pixels[n];
+    values.push_back(frame.depth.at<std::uint16_t>(i / width, i % width));
+  }
   std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
   const float depth = values[values.size() / 2];
   const float pixel_mm = depth / k.fx;
   const float noise = face.noise_mm;
   const float on_tolerance = std::max(3.0f, 2.5f * noise);
-  const float band_mm = std::max(12.0f, 5.0f * pixel_mm) + 3.0f * noise;
+  const float band_mm = std::max(8.0f, 3.0f * pixel_mm) + 2.0f * noise;
 
   // The region around the top, the top's pixels in it, holes closed.
   const int margin = static_cast<int>(std::ceil(band_mm / pixel_mm)) + 3;
   const cv::Rect roi =
       (face.bounds + cv::Size(2 * margin, 2 * margin) - cv::Point(margin, margin)) &
       cv::Rect(0, 0, width, heights.rows);
-  buffers.face.create(roi.size());
-  buffers.face.setTo(0);
-  for (const int i : face.pixels) buffers.face(i / width - roi.y, i % width - roi.x) = 255;
+  cv::compare(frame.faces(roi), face.id, buffers.face, cv::CMP_EQ);
   cv::morphologyEx(buffers.face, buffers.face, cv::MORPH_CLOSE, cv::Mat());
 
   // The rim: a ring a few pixels inside the outline, whose height the edges
   // are found at (a lid's bulge or sag leaves it alone).
-  cv::Mat1b inner2, inner5;
-  cv::erode(buffers.face, inner2, cv::Mat(), cv::Point(-1, -1), 2);
-  cv::erode(buffers.face, inner5, cv::Mat(), cv::Point(-1, -1), 5);
+  cv::erode(buffers.face, buffers.inner2, cv::Mat(), cv::Point(-1, -1), 2);
+  cv::erode(buffers.inner2, buffers.inner5, cv::Mat(), cv::Point(-1, -1), 3);
+  cv::subtract(buffers.inner2, buffers.inner5, buffers.inner2);
+  cv::findNonZero(buffers.inner2, buffers.where);
   values.clear();
-  for (int v = 0; v < roi.height; ++v) {
-    for (int u = 0; u < roi.width; ++u) {
-      const float h = heights(v + roi.y, u + roi.x);
-      if (inner2(v, u) && !inner5(v, u) && !std::isnan(h)) values.push_back(h);
-    }
+  for (const cv::Point& p : buffers.where) {
+    const float h = heights(p.y + roi.y, p.x + roi.x);
+    if (!std::isnan(h)) values.push_back(h);
   }
   if (values.size() < 10) {
-    for (const int i : face.pixels) values.push_back(heights(i / width, i % width));
+    for (std::size_t n = 0; n < face.pixel_count; ++n) {
+      const int i = face.pixels[n];
+      values.push_back(heights(i / width, i % width));
+    }
   }
   std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
   const float rim = values[values.size() / 2];
   const Basis basis = basis_at(frame.floor, rim);
 
-  // Every pixel's ray on the rim's plane.
-  buffers.plane.create(roi.size());
-  buffers.plane_ok.create(roi.size());
-  for (int v = 0; v < roi.height; ++v) {
-    for (int u = 0; u < roi.width; ++u) {
-      cv::Vec3f p;
-      const bool ok = ray_at_height(float(u + roi.x), float(v + roi.y), k, frame.floor, rim, p);
-      buffers.plane_ok(v, u) = ok;
-      buffers.plane(v, u) = ok ? cv::Vec2f(p.dot(basis.e1), p.dot(basis.e2)) : cv::Vec2f();
-    }
-  }
+  const auto on_plane = [&](float u, float v, cv::Point2f& q) {
+    cv::Vec3f p;
+    if (!ray_at_height(u, v, k, frame.floor, rim, p)) return false;
+    q = basis.in_plane(p);
+    return true;
+  };
 
-  // A first rectangle around the top's pixels.
+  // A first rectangle around the top's outline.
+  buffers.contours.clear();
+  buffers.face.copyTo(buffers.scratch);
+  cv::findContours(buffers.scratch, buffers.contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
   buffers.outline.clear();
-  for (int v = 0; v < roi.height; ++v) {
-    for (int u = 0; u < roi.width; ++u) {
-      if (buffers.face(v, u) && buffers.plane_ok(v, u)) {
-        buffers.outline.emplace_back(buffers.plane(v, u)[0], buffers.plane(v, u)[1]);
-      }
+  for (const std::vector<cv::Point>& contour : buffers.contours) {
+    for (const cv::Point& c : contour) {
+      cv::Point2f q;
+      if (on_plane(float(c.x + roi.x), float(c.y + roi.y), q)) buffers.outline.push_back(q);
     }
   }
   if (buffers.outline.size() < 10) {
@@ -292,16 +311,116 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   rect.half[0] = 0.5f * first.size.width;
   rect.half[1] = 0.5f * first.size.height;
 
+  // The pixels that can matter for the edges: a ring around the first
+  // rectangle's outline in the image, wider than the band the edges are
+  // sought in, for the rectangle still moves a little.
+  // The rectangle grown and shrunk on its plane, filled in the image: the
+  // one minus the other.
+  const float ring_mm = band_mm + 3.0f * pixel_mm;
+  const auto outline_in_image = [&](float grow) {
+    Rectangle grown = rect;
+    grown.half[0] = std::max(0.0f, rect.half[0] + grow);
+    grown.half[1] = std::max(0.0f, rect.half[1] + grow);
+    std::vector<cv::Point> outline;
+    for (int i = 0; i < 4; ++i) {
+      const cv::Vec3f p = basis.point(grown.corner(i));
+      const cv::Point2f px = point_to_pixel(cv::Point3f(p[0], p[1], p[2]), k);
+      outline.emplace_back(cvRound(px.x) - roi.x, cvRound(px.y) - roi.y);
+    }
+    return outline;
+  };
+  buffers.scratch.setTo(0);
+  cv::fillConvexPoly(buffers.scratch, outline_in_image(ring_mm), 255);
+  cv::fillConvexPoly(buffers.scratch, outline_in_image(-ring_mm), 0);
+  auto& ring = buffers.ring;
+  ring.clear();
   const auto same_region = [&](int v, int u) {
+    if (!frame.above(v, u)) return false;
     const int label = frame.regions(v, u);
     return label == face.region || label == -2 - face.region;
   };
+  cv::findNonZero(buffers.scratch, buffers.where);
+  for (const cv::Point& p : buffers.where) {
+    {
+      const int u = p.x;
+      const int v = p.y;
+      FitBuffers::RingPixel r;
+      if (!on_plane(float(u + roi.x), float(v + roi.y), r.q)) continue;
+      r.h = heights(v + roi.y, u + roi.x);
+      r.on = buffers.face(v, u) && r.h >= rim - on_tolerance;
+      // A point of a side, straight below the edge when the side is in view:
+      // upright sides put it on the floor's plane where the edge is.
+      r.below_valid = !std::isnan(r.h) && !r.on && r.h < rim - 1.2f * on_tolerance &&
+                      r.h > 0.1f * rim && same_region(v + roi.y, u + roi.x);
+      if (r.below_valid)
+        r.below = basis.in_plane(pixel_point(frame.depth, k, v + roi.y, u + roi.x));
+      ring.push_back(r);
+    }
+  }
 
   float edge_rms = 0.0f;
-  int edge_bins = 0;
   double missing_share = 0.0;
   for (int pass = 0; pass < kRefinements; ++pass) {
     const bool last = pass + 1 == kRefinements;
+    // Each ring pixel in the rectangle's frame, handed to the side whose band
+    // it lies in (the bands stop short of the corners).
+    // The first rectangle may be off by a few pixels; later ones are close,
+    // and a narrow band is all the step needs.
+    const float step_band = pass == 0 ? band_mm : std::max(8.0f, 3.0f * pixel_mm);
+    const float resolution = pixel_mm / 16.0f;
+    const int steps = static_cast<int>(std::ceil(2.0f * step_band / resolution));
+    int bins[4];
+    float reach[4];
+    for (int side = 0; side < 4; ++side) {
+      FitBuffers::Side& b = buffers.sides[side];
+      b.below.clear();
+      b.near = 0;
+      b.missing_near = 0;
+      reach[side] = 0.8f * rect.half_length(side);
+      bins[side] = std::clamp(static_cast<int>(2.0f * reach[side] / (6.0f * pixel_mm)), 3,
+                              FitBuffers::kMaxBins);
+      b.across.reset(-step_band, resolution, steps);
+      for (int bin = 0; bin < bins[side]; ++bin) b.along[bin].reset(-step_band, resolution, steps);
+    }
+    // Each ring pixel in the rectangle's frame, handed to the side whose band
+    // it lies in (the bands stop short of the corners).
+    const cv::Point2f axis = rect.axis();
+    const cv::Point2f across = rect.across();
+    for (const FitBuffers::RingPixel& r : ring) {
+      const cv::Point2f d = r.q - rect.centre;
+      const float x = d.dot(axis);
+      const float y = d.dot(across);
+      // Side k: s outward from its line, t along it.
+      const float sx = std::abs(x) - rect.half[0];
+      const float sy = std::abs(y) - rect.half[1];
+      int side = -1;
+      float s = 0.0f, t = 0.0f;
+      if (std::abs(sx) <= band_mm && std::abs(y) <= 0.8f * rect.half[1]) {
+        side = x > 0 ? 0 : 2;
+        s = sx;
+        t = x > 0 ? y : -y;
+      } else if (std::abs(sy) <= band_mm && std::abs(x) <= 0.8f * rect.half[0]) {
+        side = y > 0 ? 1 : 3;
+        s = sy;
+        t = y > 0 ? -x : x;
+      }
+      if (side < 0) continue;
+      FitBuffers::Side& b = buffers.sides[side];
+      if (s > 0.0f && s < 2.0f * pixel_mm) {
+        ++b.near;
+        // Beyond the edge: no depth, or something standing higher.
+        if (std::isnan(r.h) || r.h > rim + on_tolerance) ++b.missing_near;
+      }
+      if (std::isnan(r.h)) continue;
+      if (r.below_valid) b.below.push_back(r.below);
+      if (std::abs(s) > step_band) continue;
+      b.across.add(s, r.on);
+      const int bin =
+          std::clamp(static_cast<int>((t + reach[side]) / (2.0f * reach[side]) * bins[side]), 0,
+                     bins[side] - 1);
+      b.along[bin].add(s, r.on);
+    }
+
     float shift[4] = {0, 0, 0, 0};
     double rotation_sum = 0.0;
     int rotation_weight = 0;
@@ -309,95 +428,53 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
     int residual_count = 0;
     missing_share = 0.0;
     for (int side = 0; side < 4; ++side) {
+      FitBuffers::Side& b = buffers.sides[side];
       const cv::Point2f normal = rect.normal(side);
       const cv::Point2f tangent = rect.tangent(side);
       const float offset = rect.offset(side);
-      const float reach = 0.8f * rect.half_length(side);
-      const float along_centre = rect.centre.dot(tangent);
-      auto& samples = buffers.samples;
-      samples.clear();
-      int missing_near = 0, near = 0;
-      // The side's face is in view when the camera stands outside its plane.
-      const cv::Point2f middle = rect.centre + normal * rect.half[side % 2];
-      const cv::Vec3f normal_3d = normal.x * basis.e1 + normal.y * basis.e2;
-      const bool side_in_view = basis.point(middle).dot(normal_3d) < 0.0f;
-      std::vector<float>& side_points = buffers.side;
-      side_points.clear();
-      for (int v = 0; v < roi.height; ++v) {
-        for (int u = 0; u < roi.width; ++u) {
-          if (!buffers.plane_ok(v, u)) continue;
-          const cv::Point2f q(buffers.plane(v, u)[0], buffers.plane(v, u)[1]);
-          const float s = q.dot(normal) - offset;
-          const float t = q.dot(tangent) - along_centre;
-          if (std::abs(s) > band_mm || std::abs(t) > reach) continue;
-          const float h = heights(v + roi.y, u + roi.x);
-          if (s > 0.0f && s < 2.0f * pixel_mm) {
-            ++near;
-            // Beyond the edge: no depth, or something standing higher.
-            if (std::isnan(h) || h > rim + on_tolerance) ++missing_near;
-          }
-          if (std::isnan(h)) continue;
-          const bool on = buffers.face(v, u) && h >= rim - on_tolerance;
-          samples.push_back({s, t, h, on});
-          // A point of the visible side, straight below the edge: the side
-          // is upright, so the point's place on the floor's plane is the edge's.
-          if (side_in_view && !on && h < rim - 1.2f * on_tolerance && h > 0.1f * rim &&
-              same_region(v + roi.y, u + roi.x)) {
-            const cv::Point2f below = basis.in_plane(frame.points(v + roi.y, u + roi.x));
-            if (std::abs(below.dot(tangent) - along_centre) <= reach) {
-              side_points.push_back(below.dot(normal) - offset);
-            }
-          }
-        }
-      }
-      missing_share = std::max(missing_share, near > 0 ? double(missing_near) / near : 0.0);
+      missing_share = std::max(missing_share, b.near > 0 ? double(b.missing_near) / b.near : 0.0);
 
-      // The edge's course along the side, bin by bin, for its direction.
-      const int bins = std::clamp(static_cast<int>(2.0f * reach / (6.0f * pixel_mm)), 3, 12);
-      std::sort(samples.begin(), samples.end(), [&](const auto& a, const auto& b) {
-        const int ba = std::min(bins - 1, static_cast<int>((a.t + reach) / (2.0f * reach) * bins));
-        const int bb = std::min(bins - 1, static_cast<int>((b.t + reach) / (2.0f * reach) * bins));
-        return ba != bb ? ba < bb : a.s < b.s;
-      });
-      std::vector<cv::Point2f> course;  // (t, edge s)
-      std::size_t start = 0;
-      while (start < samples.size()) {
-        const int bin = std::min(
-            bins - 1, static_cast<int>((samples[start].t + reach) / (2.0f * reach) * bins));
-        std::size_t end = start;
-        while (end < samples.size() &&
-               std::min(bins - 1, static_cast<int>((samples[end].t + reach) / (2.0f * reach) *
-                                                   bins)) == bin) {
-          ++end;
+      // The edge across the side from all its samples, and bin by bin along
+      // it for the edge's course.
+      const std::optional<float> step = b.across.edge();
+      float edge = step.value_or(0.0f);
+      auto& course = buffers.course;  // (t, edge s)
+      course.clear();
+      for (int bin = 0; bin < bins[side]; ++bin) {
+        if (const auto at = b.along[bin].edge()) {
+          course.emplace_back(-reach[side] + (bin + 0.5f) * 2.0f * reach[side] / bins[side], *at);
         }
-        if (const auto edge = step_edge(&samples[start], &samples[start] + (end - start))) {
-          course.emplace_back(-reach + (bin + 0.5f) * 2.0f * reach / bins, *edge);
-        }
-        start = end;
       }
-      std::sort(samples.begin(), samples.end(),
-                [](const auto& a, const auto& b) { return a.s < b.s; });
-      std::optional<float> edge = samples.empty()
-                                      ? std::nullopt
-                                      : step_edge(samples.data(), samples.data() + samples.size());
+      std::optional<Line> course_line;
+      if (course.size() >= 3) course_line = fit_line(course);
       // Where a side is in view, the edge is above its points: pixels just
       // off the top's edge on that side see the side, close in height, and
-      // would pull the step outwards.
-      if (edge && side_points.size() >= kMinSidePoints) {
-        std::nth_element(side_points.begin(), side_points.begin() + side_points.size() / 2,
-                         side_points.end());
-        const float upright = side_points[side_points.size() / 2];
-        if (std::abs(upright - *edge) < 3.0f * pixel_mm) edge = upright;
-      }
-      if (edge) shift[side] = *edge;
-      if (course.size() >= 3) {
-        if (const std::optional<Line> line = fit_line(course)) {
-          rotation_sum += -std::atan(line->b) * course.size();
-          rotation_weight += static_cast<int>(course.size());
-          for (const cv::Point2f& c : course) {
-            squared_residuals += std::pow(c.y - line->a - line->b * c.x, 2);
-            ++residual_count;
+      // would pull the step outwards. The side's face is in view when the
+      // camera stands outside its plane.
+      const cv::Vec3f normal_3d = normal.x * basis.e1 + normal.y * basis.e2;
+      const bool side_in_view =
+          basis.point(rect.centre + normal * rect.half[side % 2]).dot(normal_3d) < 0.0f;
+      if (step && side_in_view) {
+        std::vector<float>& upright = buffers.values;
+        upright.clear();
+        for (const cv::Point2f& below : b.below) {
+          if (std::abs(below.dot(tangent) - rect.centre.dot(tangent)) <= reach[side]) {
+            upright.push_back(below.dot(normal) - offset);
           }
+        }
+        if (upright.size() >= kMinSidePoints) {
+          std::nth_element(upright.begin(), upright.begin() + upright.size() / 2, upright.end());
+          const float middle = upright[upright.size() / 2];
+          if (std::abs(middle - edge) < 3.0f * pixel_mm) edge = middle;
+        }
+      }
+      shift[side] = edge;
+      if (course_line) {
+        rotation_sum += -std::atan(course_line->b) * course.size();
+        rotation_weight += static_cast<int>(course.size());
+        for (const cv::Point2f& c : course) {
+          squared_residuals += std::pow(c.y - course_line->a - course_line->b * c.x, 2);
+          ++residual_count;
         }
       }
     }
@@ -407,16 +484,29 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
         0.5f * (shift[0] - shift[2]) * rect.axis() + 0.5f * (shift[1] - shift[3]) * rect.across();
     rect.half[0] += 0.5f * (shift[0] + shift[2]);
     rect.half[1] += 0.5f * (shift[1] + shift[3]);
-    if (!last && rotation_weight > 0) {
-      const float rotation = static_cast<float>(rotation_sum / rotation_weight);
-      // A side's normal turns with the rectangle; sides 1 and 3 see it the
-      // same way as 0 and 2 because their normals are turned too.
-      rect.angle += rotation;
+    // Every side's normal turns with the rectangle, so all of them measure
+    // the same turn.
+    if (!last && rotation_weight > 0)
+      rect.angle += static_cast<float>(rotation_sum / rotation_weight);
+    // From now on the rectangle moves by little: only the ring pixels near
+    // its outline can still matter.
+    if (pass == 0) {
+      const float keep = std::max(8.0f, 3.0f * pixel_mm) + 2.0f * pixel_mm;
+      const cv::Point2f a = rect.axis();
+      const cv::Point2f c = rect.across();
+      ring.erase(std::remove_if(ring.begin(), ring.end(),
+                                [&](const FitBuffers::RingPixel& r) {
+                                  if (r.below_valid) return false;
+                                  const cv::Point2f d = r.q - rect.centre;
+                                  const float sx = std::abs(std::abs(d.dot(a)) - rect.half[0]);
+                                  const float sy = std::abs(std::abs(d.dot(c)) - rect.half[1]);
+                                  return std::min(sx, sy) > keep;
+                                }),
+                 ring.end());
     }
     edge_rms = residual_count > 0
                    ? static_cast<float>(std::sqrt(squared_residuals / residual_count))
                    : 0.0f;
-    edge_bins = residual_count;
   }
 
   // Corners and dimensions.
@@ -431,23 +521,21 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   fit.width_mm = 2.0f * std::min(rect.half[0], rect.half[1]);
 
   // The highest point of the top, from the pixels well inside the outline.
-  std::vector<cv::Point3f> top_samples;
-  top_samples.reserve(std::min(face.pixels.size(), kMaxHeightSamples));
-  const std::size_t stride = std::max<std::size_t>(1, face.pixels.size() / kMaxHeightSamples);
-  for (std::size_t n = 0; n < face.pixels.size(); ++n) {
+  std::vector<cv::Point3f>& top_samples = buffers.top;
+  top_samples.clear();
+  const std::size_t stride = std::max<std::size_t>(1, face.pixel_count / kMaxHeightSamples);
+  const float margin_x = 1.0f - 2.0f * pixel_mm / std::max(1.0f, rect.half[0]);
+  const float margin_y = 1.0f - 2.0f * pixel_mm / std::max(1.0f, rect.half[1]);
+  for (std::size_t n = 0; n < face.pixel_count; n += stride) {
     const int i = face.pixels[n];
-    const int v = i / width - roi.y;
-    const int u = i % width - roi.x;
-    if (!buffers.plane_ok(v, u)) continue;
-    const cv::Point2f q = cv::Point2f(buffers.plane(v, u)[0], buffers.plane(v, u)[1]) - rect.centre;
+    const float h = heights(i / width, i % width);
+    cv::Point2f q;
+    if (std::isnan(h) || !on_plane(float(i % width), float(i / width), q)) continue;
+    q -= rect.centre;
     const float x = q.dot(rect.axis()) / std::max(1.0f, rect.half[0]);
     const float y = q.dot(rect.across()) / std::max(1.0f, rect.half[1]);
-    if (std::abs(x) > 1.0f || std::abs(y) > 1.0f) continue;
-    const float margin_x = 2.0f * pixel_mm / std::max(1.0f, rect.half[0]);
-    const float margin_y = 2.0f * pixel_mm / std::max(1.0f, rect.half[1]);
-    if (n % stride != 0 || std::abs(x) > 1.0f - margin_x || std::abs(y) > 1.0f - margin_y) continue;
-    const float h = heights(i / width, i % width);
-    if (!std::isnan(h)) top_samples.emplace_back(x, y, h);
+    if (std::abs(x) > margin_x || std::abs(y) > margin_y) continue;
+    top_samples.emplace_back(x, y, h);
   }
   if (top_samples.size() < 10) {
     fit.reason = "too few pixels inside the top";
@@ -456,22 +544,12 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   const TopSurface surface = top_surface(top_samples, rect.half[0], rect.half[1]);
   fit.height_mm = surface.highest;
 
-  // How well it all fits, and whether it can be trusted.
-  // The share of the rectangle's pixels in the image that the top covers
-  // (its holes from dropouts closed).
-  int covered = 0;
-  for (int v = 0; v < roi.height; ++v) {
-    for (int u = 0; u < roi.width; ++u) {
-      if (!buffers.face(v, u) || !buffers.plane_ok(v, u)) continue;
-      const cv::Point2f q = cv::Point2f(buffers.plane(v, u)[0], buffers.plane(v, u)[1]) - rect.centre;
-      if (std::abs(q.dot(rect.axis())) <= rect.half[0] && std::abs(q.dot(rect.across())) <= rect.half[1]) {
-        ++covered;
-      }
-    }
-  }
+  // How well it all fits, and whether it can be trusted: the share of the
+  // rectangle's pixels in the image that the top covers (holes closed).
   const std::vector<cv::Point2f> outline(fit.corners_px.begin(), fit.corners_px.end());
   const double rectangle_pixels = cv::contourArea(outline);
-  const float fill = static_cast<float>(std::min(1.0, covered / std::max(1.0, rectangle_pixels)));
+  const float fill = static_cast<float>(
+      std::min(1.0, cv::countNonZero(buffers.face) / std::max(1.0, rectangle_pixels)));
   fit.confidence = fill * std::exp(-0.5f * std::pow(edge_rms / (1.5f * pixel_mm), 2.0f));
   const bool at_border = face.bounds.x <= 0 || face.bounds.y <= 0 || face.bounds.br().x >= width ||
                          face.bounds.br().y >= heights.rows;
@@ -491,7 +569,6 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   } else {
     fit.status = BoxStatus::kMeasured;
   }
-  (void)edge_bins;
   return fit;
 }
 

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <opencv2/core.hpp>
+#include <optional>
 #include <vector>
 
 #include "core/camera_intrinsics.h"
@@ -30,25 +31,96 @@ struct BoxFit {
 // What a fit reads of the frame.
 struct FrameView {
   const cv::Mat1f& heights;  // above the floor, NaN without depth
-  const cv::Mat3f& points;
-  const cv::Mat1i& regions;  // as TopFaceFinder::regions()
+  const cv::Mat& depth;      // CV_16UC1, mm
+  const cv::Mat1b& above;    // pixels above the floor
+  const cv::Mat1i& regions;  // as TopFaceFinder::regions(), where above
+  const cv::Mat1i& faces;    // as TopFaceFinder::faces()
   const CameraIntrinsics& intrinsics;
   const FloorPlane& floor;
+};
+
+// Positions across an edge, counted on and off the top in fine steps: the
+// edge is where a threshold misclassifies the fewest, the middle of the
+// thresholds that tie (the gap between the last pixel on the top and the
+// first one off it).
+class EdgeCounts {
+ public:
+  void reset(float low, float step, int steps) {
+    low_ = low;
+    step_ = step;
+    on_.assign(steps, 0);
+    off_.assign(steps, 0);
+  }
+  void add(float s, bool on) {
+    const int k = static_cast<int>((s - low_) / step_);
+    if (k < 0 || k >= static_cast<int>(on_.size())) return;
+    (on ? on_ : off_)[k] += 1;
+  }
+  std::optional<float> edge() const {
+    int on_total = 0;
+    int off_total = 0;
+    for (std::size_t k = 0; k < on_.size(); ++k) {
+      on_total += on_[k];
+      off_total += off_[k];
+    }
+    if (on_total < 2 || off_total < 1) return std::nullopt;
+    // Threshold before step k: on samples from k on and off ones before k err.
+    int cost = on_total;
+    int best = cost;
+    double sum = 0.0;
+    int count = 1;
+    for (std::size_t k = 0; k < on_.size(); ++k) {
+      cost += off_[k] - on_[k];
+      const double position = k + 1.0;
+      if (cost < best) {
+        best = cost;
+        sum = position;
+        count = 1;
+      } else if (cost == best) {
+        sum += position;
+        ++count;
+      }
+    }
+    return static_cast<float>(low_ + step_ * (sum / count));
+  }
+
+ private:
+  float low_ = 0.0f;
+  float step_ = 1.0f;
+  std::vector<int> on_;
+  std::vector<int> off_;
 };
 
 // Buffers a fit reuses from box to box and frame to frame.
 struct FitBuffers {
   cv::Mat1b face;
-  cv::Mat2f plane;  // each ROI pixel's ray on the top's plane (in-plane mm)
-  cv::Mat1b plane_ok;
-  struct Sample {
-    float s, t, h;
-    bool on;
+  cv::Mat1b inner2, inner5, scratch;
+  std::vector<cv::Point> where;
+  std::vector<std::vector<cv::Point>> contours;
+  // A pixel near the outline: its ray on the top's plane (in-plane mm), its
+  // height, whether it is on the top, and where it stands on the plane when
+  // it may be a point of a side.
+  struct RingPixel {
+    cv::Point2f q;
+    float h = 0.0f;
+    bool on = false;
+    bool below_valid = false;
+    cv::Point2f below;
   };
-  std::vector<Sample> samples;
+  std::vector<RingPixel> ring;
+  static constexpr int kMaxBins = 12;
+  struct Side {
+    EdgeCounts across;           // the whole side
+    EdgeCounts along[kMaxBins];  // stretch by stretch
+    std::vector<cv::Point2f> below;
+    int near = 0;
+    int missing_near = 0;
+  };
+  Side sides[4];
   std::vector<cv::Point2f> outline;
+  std::vector<cv::Point2f> course;
+  std::vector<cv::Point3f> top;
   std::vector<float> values;
-  std::vector<float> side;
 };
 
 BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers);

@@ -9,8 +9,8 @@ namespace boxdim::precise {
 namespace {
 
 // About this many points of the frame take part; a 640 x 480 frame gives
-// every fourth pixel of every fourth row.
-constexpr int kSamplePoints = 19200;
+// every eighth pixel of every eighth row.
+constexpr int kSamplePoints = 4800;
 constexpr int kHypotheses = 150;
 constexpr int kScoringPoints = 1200;
 // The camera looks down: the floor's normal lies within this angle of the
@@ -46,26 +46,27 @@ Score score(const FloorPlane& plane, const std::vector<cv::Vec3f>& points, std::
 
 }  // namespace
 
-std::optional<FloorPlane> FloorFinder::find(const cv::Mat3f& points, std::mt19937& rng) {
+std::optional<FloorPlane> FloorFinder::find(const cv::Mat& depth, const CameraIntrinsics& k,
+                                            std::mt19937& rng) {
   const int step =
-      std::max(1, static_cast<int>(std::lround(std::sqrt(points.total() / double(kSamplePoints)))));
+      std::max(1, static_cast<int>(std::lround(std::sqrt(depth.total() / double(kSamplePoints)))));
   sample_.clear();
-  for (int v = step / 2; v < points.rows; v += step) {
-    const cv::Vec3f* row = points[v];
-    for (int u = step / 2; u < points.cols; u += step) {
-      if (row[u][2] > 0.0f) sample_.push_back(row[u]);
+  for (int v = step / 2; v < depth.rows; v += step) {
+    for (int u = step / 2; u < depth.cols; u += step) {
+      if (depth.at<std::uint16_t>(v, u) > 0) sample_.push_back(pixel_point(depth, k, v, u));
     }
   }
   if (sample_.size() < 50) {
     floor_.reset();
     return floor_;
   }
+  // A floor that still fits is kept as it was refined when found: it does
+  // not move, and refining it on every frame would only follow the noise.
   if (floor_) {
     const Score kept = score(*floor_, sample_, sample_.size());
     if (kept.on >= kMinFloorShare * sample_.size() &&
         kept.behind <= kMaxBehindShare * sample_.size()) {
-      floor_ = refine(*floor_);
-      if (floor_) return floor_;
+      return floor_;
     }
   }
   floor_ = search(rng);

@@ -13,9 +13,10 @@ namespace boxdim::precise {
 
 class FloorFinder {
  public:
-  // The floor in this frame's points: the last one, refined, while it still
+  // The floor in this depth frame (CV_16UC1): the last one while it still
   // fits the frame; else found anew. Nothing when no plane qualifies.
-  std::optional<FloorPlane> find(const cv::Mat3f& points, std::mt19937& rng);
+  std::optional<FloorPlane> find(const cv::Mat& depth, const CameraIntrinsics& k,
+                                 std::mt19937& rng);
   // Forgets the floor; the next frame finds it anew.
   void reset() { floor_.reset(); }
   const std::optional<FloorPlane>& current() const { return floor_; }

@@ -5,30 +5,29 @@
 
 namespace boxdim::precise {
 
-void compute_points(const cv::Mat& depth, const CameraIntrinsics& k, cv::Mat3f& points) {
+void compute_heights(const cv::Mat& depth, const CameraIntrinsics& k, const FloorPlane& floor,
+                     cv::Mat1f& heights, cv::Mat1b& above) {
   CV_Assert(depth.type() == CV_16UC1);
-  points.create(depth.rows, depth.cols);
-  const float inv_fx = 1.0f / k.fx;
-  const float inv_fy = 1.0f / k.fy;
-  for (int v = 0; v < depth.rows; ++v) {
-    const auto* samples = depth.ptr<std::uint16_t>(v);
-    cv::Vec3f* row = points[v];
-    const float y_per_mm = (v - k.cy) * inv_fy;
-    for (int u = 0; u < depth.cols; ++u) {
-      const float z = samples[u];
-      row[u] = cv::Vec3f((u - k.cx) * inv_fx * z, y_per_mm * z, z);
-    }
-  }
-}
-
-void compute_heights(const cv::Mat3f& points, const FloorPlane& floor, cv::Mat1f& heights) {
-  heights.create(points.rows, points.cols);
+  heights.create(depth.rows, depth.cols);
+  above.create(depth.rows, depth.cols);
   const float nan = std::numeric_limits<float>::quiet_NaN();
-  for (int v = 0; v < points.rows; ++v) {
-    const cv::Vec3f* row = points[v];
+  // height = z * (normal . ray) + offset, with ray = ((u - cx) / fx, (v - cy) / fy, 1).
+  const float per_column = floor.normal[0] / k.fx;
+  const float offset = floor.offset;
+  const int columns = depth.cols;
+  for (int v = 0; v < depth.rows; ++v) {
+    const auto* z = depth.ptr<std::uint16_t>(v);
     float* out = heights[v];
-    for (int u = 0; u < points.cols; ++u) {
-      out[u] = row[u][2] > 0.0f ? floor.height(row[u]) : nan;
+    std::uint8_t* up = above[v];
+    const float row_part =
+        floor.normal[1] * (v - k.cy) / k.fy + floor.normal[2] - per_column * k.cx;
+    // Branch-free, so that the compiler can do several pixels at once.
+    for (int u = 0; u < columns; ++u) {
+      const float zf = z[u];
+      const float h = zf * (row_part + per_column * static_cast<float>(u)) + offset;
+      const bool sampled = zf > 0.0f;
+      out[u] = sampled ? h : nan;
+      up[u] = sampled & (h > min_height_above_floor(zf));
     }
   }
 }

@@ -1,7 +1,8 @@
-// The frame as the precise engine sees it: every pixel's point in camera
-// coordinates (mm), and once the floor is known, its height above the floor.
+// The frame as the precise engine sees it: a pixel's point in camera
+// coordinates (mm), and once the floor is known, every pixel's height above it.
 #pragma once
 
+#include <cstdint>
 #include <opencv2/core.hpp>
 
 #include "core/camera_intrinsics.h"
@@ -17,13 +18,22 @@ struct FloorPlane {
   float height(const cv::Vec3f& p) const { return normal.dot(p) + offset; }
 };
 
-// Each pixel's point (x, y, z) on its ray at the sampled depth; (0, 0, 0)
-// where the pixel has no depth. `points` keeps its buffer while the frame
-// size stays.
-void compute_points(const cv::Mat& depth, const CameraIntrinsics& k, cv::Mat3f& points);
+// A pixel's point on its ray at the sampled depth (mm); z = 0 without depth.
+inline cv::Vec3f pixel_point(const cv::Mat& depth, const CameraIntrinsics& k, int v, int u) {
+  const float z = depth.at<std::uint16_t>(v, u);
+  return {(u - k.cx) / k.fx * z, (v - k.cy) / k.fy * z, z};
+}
 
-// Each pixel's height above the floor; NaN where the pixel has no depth.
-void compute_heights(const cv::Mat3f& points, const FloorPlane& floor, cv::Mat1f& heights);
+// Each pixel's height above the floor (NaN where the pixel has no depth),
+// and whether it rises above the floor by more than the range noise can
+// explain at its depth: 12 mm plus 5 mm per metre. The buffers are kept
+// while the frame size stays.
+void compute_heights(const cv::Mat& depth, const CameraIntrinsics& k, const FloorPlane& floor,
+                     cv::Mat1f& heights, cv::Mat1b& above);
+
+// The least height above the floor that counts as something standing on it,
+// at depth z (mm).
+inline float min_height_above_floor(float z) { return 12.0f + 0.005f * z; }
 
 // Where a pixel's ray (column, row, at the pixel centre or between pixels)
 // meets the plane at `height` above the floor; nothing when the ray runs

@@ -2,6 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <opencv2/imgproc.hpp>
+
+#include "precise/frame_points.h"
 
 namespace boxdim::precise {
 
@@ -14,11 +19,27 @@ constexpr int kHistogramSmoothing = 2;  // bins on either side
 // A lid may bulge or sag by about this much: its top still counts as one.
 constexpr float kLidAllowanceMm = 12.0f;
 
-// What rises less than this above the floor is floor (mm, at depth z): the
-// range noise grows with the distance.
-float min_height(float z) { return 12.0f + 0.005f * z; }
 // Neighbours whose heights differ by more than this lie on different surfaces.
 float surface_jump(float z) { return 25.0f + 0.012f * z; }
+
+// The bounds of pixels given by their index, ascending: the row follows
+// without a division per pixel.
+cv::Rect bounds_of(const int* begin, const int* end, int width) {
+  const int first_row = *begin / width;
+  int row = first_row;
+  int row_start = row * width;
+  int u0 = width;
+  int u1 = -1;
+  for (const int* p = begin; p != end; ++p) {
+    while (*p >= row_start + width) {
+      row_start += width;
+      ++row;
+    }
+    u0 = std::min(u0, *p - row_start);
+    u1 = std::max(u1, *p - row_start);
+  }
+  return cv::Rect(u0, first_row, u1 - u0 + 1, row - first_row + 1);
+}
 
 }  // namespace
 
@@ -30,86 +51,164 @@ int TopFaceFinder::root(int i) {
   return i;
 }
 
-const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const cv::Mat3f& points,
-                                                int max_faces) {
+const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const cv::Mat1b& above,
+                                                const cv::Mat& depth, int max_faces) {
   faces_.clear();
   const int width = heights.cols;
+  const int rows = heights.rows;
   const int n = static_cast<int>(heights.total());
-  parent_.assign(n, -1);
-  const auto above = [&](int v, int u) {
-    const float h = heights(v, u);
-    return !std::isnan(h) && h > min_height(points(v, u)[2]);
-  };
-  for (int v = 0; v < heights.rows; ++v) {
+  parent_.resize(n);
+  above_.clear();
+  // Pixels above the floor, joined along each row where the surface does not
+  // jump: a run points at its first pixel, which is its own root.
+  for (int v = 0; v < rows; ++v) {
+    const float* h = heights[v];
+    const auto* z = depth.ptr<std::uint16_t>(v);
+    const std::uint8_t* up = above[v];
+    int* parent = &parent_[v * width];
+    int run = -1;
     for (int u = 0; u < width; ++u) {
-      if (above(v, u)) parent_[v * width + u] = v * width + u;
+      // Below the floor's noise: no entry, the mask says so. Most of a frame
+      // is floor, passed eight pixels at a time.
+      if (!up[u]) {
+        run = -1;
+        std::uint64_t eight = 0;
+        while (u + 8 < width && (std::memcpy(&eight, up + u + 1, 8), eight == 0)) u += 8;
+        continue;
+      }
+      const int i = v * width + u;
+      above_.push_back(i);
+      if (run < 0 || std::abs(h[u] - h[u - 1]) > surface_jump(z[u])) run = i;
+      parent[u] = run;
     }
   }
-  const auto join = [&](int a, int b, float z) {
-    if (parent_[b] < 0 ||
-        std::abs(heights(a / width, a % width) - heights(b / width, b % width)) > surface_jump(z)) {
-      return;
-    }
-    const int ra = root(a);
-    const int rb = root(b);
-    if (ra != rb) parent_[std::max(ra, rb)] = std::min(ra, rb);
-  };
-  for (int v = 0; v < heights.rows; ++v) {
-    for (int u = 0; u < width; ++u) {
-      const int i = v * width + u;
-      if (parent_[i] < 0) continue;
-      const float z = points(v, u)[2];
-      if (u + 1 < width) join(i, i + 1, z);
-      if (v + 1 < heights.rows) join(i, i + width, z);
-    }
+  // Rows joined to the row below.
+  const float* h = heights[0];
+  const auto* z = depth.ptr<std::uint16_t>(0);
+  const std::uint8_t* up = above.ptr<std::uint8_t>();
+  int joined = -1;  // the last pixel joined to the one below it
+  for (const int i : above_) {
+    const int j = i + width;
+    if (j >= n || !up[j] || std::abs(h[i] - h[j]) > surface_jump(z[i])) continue;
+    // Along two runs that are already joined, the next pair adds nothing.
+    const bool same_runs = joined == i - 1 && parent_[i] == parent_[i - 1] && up[j - 1] &&
+                           parent_[j] == parent_[j - 1];
+    joined = i;
+    if (same_runs) continue;
+    const int a = root(i);
+    const int b = root(j);
+    if (a != b) parent_[std::max(a, b)] = std::min(a, b);
   }
 
-  // Regions by their root, largest first.
-  labels_.create(heights.rows, width);
-  labels_.setTo(-1);
+  // Regions by their root, largest first, with their bounds. The pixels come
+  // in order, so the row follows without a division.
+  labels_.create(rows, width);
+  if (face_ids_.size() != heights.size() || next_id_ > kMaxIdBase) {
+    face_ids_.create(rows, width);
+    face_ids_.setTo(-1);
+    next_id_ = 0;
+  }
+  // Ids count on from frame to frame, so that the last frame's tops never
+  // pass for this one's without clearing the whole image.
+  id_base_ = next_id_;
+  above_mask_ = &above;
+  band_.create(rows, width);
+  pieces_.create(rows, width);
+  int* labels = labels_.ptr<int>();
   std::size_t used = 0;
-  for (int i = 0; i < n; ++i) {
-    if (parent_[i] < 0) continue;
-    const int r = root(i);
-    int& label = labels_(r / width, r % width);
-    if (label < 0) {
-      label = static_cast<int>(used++);
-      if (region_pixels_.size() < used) region_pixels_.emplace_back();
-      region_pixels_[label].clear();
+  int v = 0;
+  int previous = -2;
+  int previous_run = -1;
+  int previous_label = -1;
+  for (const int i : above_) {
+    while (i >= (v + 1) * width) ++v;
+    const int u = i - v * width;
+    // A run's pixels share their run's label: one root walk per run.
+    if (i == previous + 1 && parent_[i] == previous_run) {
+      labels[i] = previous_label;
+      regions_[previous_label].count += 1;
+      region_extent_[previous_label].u1 = std::max(region_extent_[previous_label].u1, u);
+      previous = i;
+      continue;
     }
-    labels_(i / width, i % width) = label;
-    region_pixels_[label].push_back(i);
+    previous = i;
+    previous_run = parent_[i];
+    const int r = root(i);
+    int label;
+    if (r == i) {
+      label = static_cast<int>(used++);
+      if (regions_.size() < used) {
+        regions_.resize(used);
+        region_extent_.resize(used);
+      }
+      regions_[label] = Span{};
+      region_extent_[label] = {u, v, u, v};
+    } else {
+      label = labels[r];
+    }
+    labels[i] = label;
+    previous_label = label;
+    regions_[label].count += 1;
+    Extent& extent = region_extent_[label];
+    extent.u0 = std::min(extent.u0, u);
+    extent.u1 = std::max(extent.u1, u);
+    extent.v1 = v;
   }
-  std::vector<int> order;
+  // Each region's pixels, in order, back to back.
+  int start = 0;
   for (std::size_t r = 0; r < used; ++r) {
-    if (region_pixels_[r].size() >= kMinRegionPixels) order.push_back(static_cast<int>(r));
+    regions_[r].start = start;
+    start += regions_[r].count;
   }
-  std::sort(order.begin(), order.end(),
-            [&](int a, int b) { return region_pixels_[a].size() > region_pixels_[b].size(); });
-  for (const int r : order) {
+  region_buffer_.resize(start);
+  cursor_.resize(used);
+  for (std::size_t r = 0; r < used; ++r) cursor_[r] = regions_[r].start;
+  for (const int i : above_) region_buffer_[cursor_[labels[i]]++] = i;
+
+  face_spans_.clear();
+  face_buffer_.clear();
+  order_.clear();
+  for (std::size_t r = 0; r < used; ++r) {
+    if (regions_[r].count >= kMinRegionPixels) order_.push_back(static_cast<int>(r));
+  }
+  std::sort(order_.begin(), order_.end(),
+            [&](int a, int b) { return regions_[a].count > regions_[b].count; });
+  for (const int r : order_) {
     if (static_cast<int>(faces_.size()) >= max_faces) break;
-    split_region(region_pixels_[r], heights, r, max_faces);
+    split_region(r, heights, max_faces);
   }
+  // The faces' pixels stay where they are until the next find().
+  for (std::size_t f = 0; f < faces_.size(); ++f) {
+    faces_[f].pixels = face_buffer_.data() + face_spans_[f].start;
+    faces_[f].pixel_count = face_spans_[f].count;
+  }
+  next_id_ = id_base_ + static_cast<int>(faces_.size());
   return faces_;
 }
 
-void TopFaceFinder::split_region(const std::vector<int>& pixels, const cv::Mat1f& heights,
-                                 int region, int max_faces) {
+void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_faces) {
+  const int* pixels = region_buffer_.data() + regions_[region].start;
+  const int* pixels_end = pixels + regions_[region].count;
+  const Extent& extent = region_extent_[region];
+  const cv::Rect bounds(extent.u0, extent.v0, extent.u1 - extent.u0 + 1, extent.v1 - extent.v0 + 1);
   const int width = heights.cols;
-  const auto h_of = [&](int i) { return heights(i / width, i % width); };
-  float low = h_of(pixels[0]);
+  const float* h = heights.ptr<float>();
+  int* labels = labels_.ptr<int>();
+  float low = h[*pixels];
   float high = low;
-  for (const int i : pixels) {
-    low = std::min(low, h_of(i));
-    high = std::max(high, h_of(i));
+  for (const int* p = pixels; p != pixels_end; ++p) {
+    const int i = *p;
+    low = std::min(low, h[i]);
+    high = std::max(high, h[i]);
   }
   // Pixel-to-pixel spread of the region's heights (mm): the noise, as the
   // sides' slopes only add a few large differences.
   differences_.clear();
-  for (const int i : pixels) {
-    const int u = i % width;
-    if (u + 1 < width && labels_(i / width, u + 1) == region) {
-      differences_.push_back(std::abs(h_of(i + 1) - h_of(i)));
+  const std::ptrdiff_t every = std::max<std::ptrdiff_t>(1, (pixels_end - pixels) / 3000);
+  for (const int* p = pixels; p < pixels_end; p += every) {
+    const int i = *p;
+    if ((i + 1) % width != 0 && (*above_mask_)(0, i + 1) && labels[i + 1] == region) {
+      differences_.push_back(std::abs(h[i + 1] - h[i]));
     }
   }
   float noise = 1.0f;
@@ -119,92 +218,89 @@ void TopFaceFinder::split_region(const std::vector<int>& pixels, const cv::Mat1f
     noise = std::max(0.5f, differences_[differences_.size() / 2] / 0.954f);
   }
 
+  // The heights the region's pixels cluster at: the tops.
   const int bins = std::min(2000, static_cast<int>((high - low) / kHistogramBinMm) + 1);
   histogram_.assign(bins, 0);
-  for (const int i : pixels) {
-    histogram_[std::min(bins - 1, static_cast<int>((h_of(i) - low) / kHistogramBinMm))] += 1;
+  const float per_bin = 1.0f / kHistogramBinMm;
+  for (const int* p = pixels; p != pixels_end; ++p) {
+    const int i = *p;
+    histogram_[std::min(bins - 1, static_cast<int>((h[i] - low) * per_bin))] += 1;
   }
-  std::vector<int> smoothed(bins, 0);
+  smoothed_.assign(bins, 0);
   for (int b = 0; b < bins; ++b) {
     for (int d = -kHistogramSmoothing; d <= kHistogramSmoothing; ++d) {
-      if (b + d >= 0 && b + d < bins) smoothed[b] += histogram_[b + d];
+      if (b + d >= 0 && b + d < bins) smoothed_[b] += histogram_[b + d];
     }
   }
-  const int peak = *std::max_element(smoothed.begin(), smoothed.end());
-  std::vector<float> modes;  // highest first
+  const int peak = *std::max_element(smoothed_.begin(), smoothed_.end());
+  modes_.clear();  // highest first
   for (int b = bins - 1; b >= 0; --b) {
-    const bool local_max = (b + 1 >= bins || smoothed[b] >= smoothed[b + 1]) &&
-                           (b == 0 || smoothed[b] > smoothed[b - 1]);
-    if (local_max && smoothed[b] >= std::max(kMinFacePixels, peak / 10)) {
-      modes.push_back(low + (b + 0.5f) * kHistogramBinMm);
+    const bool local_max = (b + 1 >= bins || smoothed_[b] >= smoothed_[b + 1]) &&
+                           (b == 0 || smoothed_[b] > smoothed_[b - 1]);
+    if (local_max && smoothed_[b] >= std::max(kMinFacePixels, peak / 10)) {
+      modes_.push_back(low + (b + 0.5f) * kHistogramBinMm);
     }
   }
 
-  int u0 = width, v0 = heights.rows, u1 = -1, v1 = -1;
-  for (const int i : pixels) {
-    u0 = std::min(u0, i % width);
-    u1 = std::max(u1, i % width);
-    v0 = std::min(v0, i / width);
-    v1 = std::max(v1, i / width);
-  }
-  // One pixel more on every side: the flood below looks at the neighbours.
-  const cv::Rect bounds =
-      cv::Rect(u0 - 1, v0 - 1, u1 - u0 + 3, v1 - v0 + 3) & cv::Rect(0, 0, width, heights.rows);
-  band_.create(heights.size());
-  for (const float mode : modes) {
+  unsigned char* band = band_.ptr<unsigned char>();
+  const int* pieces = pieces_.ptr<int>();
+  for (const float mode : modes_) {
     if (static_cast<int>(faces_.size()) >= max_faces) return;
-    // The band of this top's height, on the region's pixels not yet taken.
+    // The band of this top's height, on the region's pixels not yet taken;
+    // each 8-connected piece of it is one top.
     band_(bounds).setTo(0);
-    for (const int i : pixels) {
-      const int u = i % width;
-      const int v = i / width;
-      const float half_band = kLidAllowanceMm + 3.0f * noise + 3.0f;
-      if (labels_(v, u) == region && std::abs(heights(v, u) - mode) <= half_band) band_(v, u) = 1;
+    const float half_band = kLidAllowanceMm + 3.0f * noise + 3.0f;
+    for (const int* p = pixels; p != pixels_end; ++p) {
+      const int i = *p;
+      if (labels[i] == region && std::abs(h[i] - mode) <= half_band) band[i] = 255;
     }
-    // Each 8-connected piece of the band is one top.
-    for (const int seed : pixels) {
-      if (band_(seed / width, seed % width) != 1) continue;
+    cv::Mat pieces_in_bounds = pieces_(bounds);
+    const int count = cv::connectedComponents(band_(bounds), pieces_in_bounds, 8, CV_32S);
+    // Each piece's pixels, in order, back to back.
+    pieces_span_.assign(count, Span{});
+    for (const int* p = pixels; p != pixels_end; ++p) {
+      if (band[*p]) pieces_span_[pieces[*p]].count += 1;
+    }
+    int start = 0;
+    for (Span& piece : pieces_span_) {
+      piece.start = start;
+      start += piece.count;
+    }
+    piece_buffer_.resize(start);
+    cursor_.resize(count);
+    for (int k = 0; k < count; ++k) cursor_[k] = pieces_span_[k].start;
+    for (const int* p = pixels; p != pixels_end; ++p) {
+      if (band[*p]) piece_buffer_[cursor_[pieces[*p]]++] = *p;
+    }
+    piece_face_.assign(count, -1);
+    for (int k = 1; k < count; ++k) {
+      const Span piece = pieces_span_[k];
+      if (piece.count < kMinFacePixels) continue;
+      const int* first = piece_buffer_.data() + piece.start;
       TopFace face;
       face.region = region;
-      stack_.assign(1, seed);
-      band_(seed / width, seed % width) = 2;
-      int fu0 = width, fv0 = heights.rows, fu1 = -1, fv1 = -1;
-      while (!stack_.empty()) {
-        const int i = stack_.back();
-        stack_.pop_back();
-        face.pixels.push_back(i);
-        const int u = i % width;
-        const int v = i / width;
-        fu0 = std::min(fu0, u);
-        fu1 = std::max(fu1, u);
-        fv0 = std::min(fv0, v);
-        fv1 = std::max(fv1, v);
-        for (int dv = -1; dv <= 1; ++dv) {
-          for (int du = -1; du <= 1; ++du) {
-            const int nu = u + du;
-            const int nv = v + dv;
-            if (nu < 0 || nv < 0 || nu >= width || nv >= heights.rows) continue;
-            if (band_(nv, nu) != 1) continue;
-            band_(nv, nu) = 2;
-            stack_.push_back(nv * width + nu);
-          }
-        }
-      }
-      if (face.pixels.size() < kMinFacePixels) continue;
-      face.bounds = cv::Rect(fu0, fv0, fu1 - fu0 + 1, fv1 - fv0 + 1);
-      std::vector<float> face_heights;
-      face_heights.reserve(face.pixels.size());
-      for (const int i : face.pixels) face_heights.push_back(h_of(i));
-      std::nth_element(face_heights.begin(), face_heights.begin() + face_heights.size() / 2,
-                       face_heights.end());
-      face.height_mm = face_heights[face_heights.size() / 2];
+      face.id = id_base_ + static_cast<int>(faces_.size());
+      face.bounds = bounds_of(first, first + piece.count, width);
+      differences_.clear();
+      const int stride = std::max(1, piece.count / 3000);
+      for (int n = 0; n < piece.count; n += stride) differences_.push_back(h[first[n]]);
+      std::nth_element(differences_.begin(), differences_.begin() + differences_.size() / 2,
+                       differences_.end());
+      face.height_mm = differences_[differences_.size() / 2];
       face.noise_mm = noise;
-      faces_.push_back(std::move(face));
-      if (static_cast<int>(faces_.size()) >= max_faces) return;
+      face_spans_.push_back({static_cast<int>(face_buffer_.size()), piece.count});
+      face_buffer_.insert(face_buffer_.end(), first, first + piece.count);
+      piece_face_[k] = face.id;
+      faces_.push_back(face);
+      if (static_cast<int>(faces_.size()) >= max_faces) break;
     }
-    // What this top took is no longer the region's for the lower ones.
-    for (const int i : pixels) {
-      if (band_(i / width, i % width) == 2) labels_(i / width, i % width) = -2 - region;
+    // What this mode took is no longer the region's for the lower ones; the
+    // tops it found are marked by their ids.
+    for (const int* p = pixels; p != pixels_end; ++p) {
+      const int i = *p;
+      if (!band[i]) continue;
+      labels[i] = -2 - region;
+      if (piece_face_[pieces[i]] >= 0) face_ids_.ptr<int>()[i] = piece_face_[pieces[i]];
     }
   }
 }

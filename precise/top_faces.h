@@ -4,6 +4,7 @@
 // one behind the other).
 #pragma once
 
+#include <cstddef>
 #include <opencv2/core.hpp>
 #include <vector>
 
@@ -11,37 +12,69 @@ namespace boxdim::precise {
 
 // The pixels of one top, at one height.
 struct TopFace {
-  std::vector<int> pixels;  // v * width + u
-  cv::Rect bounds;          // of the pixels
-  float height_mm = 0.0f;   // the height its pixels cluster at
-  float noise_mm = 0.0f;    // the spread of its heights from pixel to pixel
-  int region = 0;           // which above-floor region it belongs to
+  // v * width + u, ascending; held by the finder until its next find().
+  const int* pixels = nullptr;
+  std::size_t pixel_count = 0;
+  cv::Rect bounds;         // of the pixels
+  float height_mm = 0.0f;  // the height its pixels cluster at
+  float noise_mm = 0.0f;   // the spread of its heights from pixel to pixel
+  int region = 0;          // which above-floor region it belongs to
+  int id = 0;              // its value in TopFaceFinder::faces(), unique over frames
 };
 
 class TopFaceFinder {
  public:
-  // The tops in the frame's heights (NaN without depth), largest regions
-  // first, at most `max_faces`. The points' depths scale the thresholds with
-  // the range noise.
-  const std::vector<TopFace>& find(const cv::Mat1f& heights, const cv::Mat3f& points,
-                                   int max_faces);
-  // The region each pixel belongs to (-1: none; -2 - region: taken by one of
-  // its tops), from the last find().
+  // The tops in the frame's heights (NaN without depth) where `above` marks
+  // the pixels above the floor, largest regions first, at most `max_faces`.
+  // The depths (CV_16UC1, continuous) scale the thresholds with the range noise.
+  const std::vector<TopFace>& find(const cv::Mat1f& heights, const cv::Mat1b& above,
+                                   const cv::Mat& depth, int max_faces);
+  // The region each pixel above the floor belongs to (-2 - region: taken by
+  // one of its tops), from the last find(); undefined elsewhere.
   const cv::Mat1i& regions() const { return labels_; }
+  // The top each pixel belongs to (its id), from the last find(); any other
+  // value where it belongs to none of this frame's tops.
+  const cv::Mat1i& faces() const { return face_ids_; }
 
  private:
   int root(int i);
-  void split_region(const std::vector<int>& pixels, const cv::Mat1f& heights, int region,
-                    int max_faces);
+  void split_region(int region, const cv::Mat1f& heights, int max_faces);
+
+  // Pixel lists live back to back in one buffer each, so that nothing is
+  // allocated once the buffers have grown: a list is a start and a count.
+  struct Span {
+    int start = 0;
+    int count = 0;
+  };
+  struct Extent {
+    int u0, v0, u1, v1;
+  };
 
   std::vector<int> parent_;
+  std::vector<int> above_;  // the pixels above the floor, in order
   cv::Mat1i labels_;
-  std::vector<std::vector<int>> region_pixels_;
+  std::vector<Span> regions_;
+  std::vector<Extent> region_extent_;
+  std::vector<int> region_buffer_;
+  std::vector<int> cursor_;
   std::vector<int> histogram_;
+  std::vector<int> smoothed_;
+  std::vector<float> modes_;
   std::vector<float> differences_;
-  cv::Mat1b band_;
-  std::vector<int> stack_;
+  std::vector<int> order_;
+  cv::Mat1b band_;    // full frame; only a region's bounds are used
+  cv::Mat1i pieces_;  // full frame, likewise
+  cv::Mat1i face_ids_;
+  std::vector<Span> pieces_span_;
+  std::vector<int> piece_buffer_;
+  std::vector<int> piece_face_;
+  std::vector<Span> face_spans_;
+  std::vector<int> face_buffer_;
   std::vector<TopFace> faces_;
+  const cv::Mat1b* above_mask_ = nullptr;
+  static constexpr int kMaxIdBase = 1 << 30;
+  int id_base_ = 0;
+  int next_id_ = 0;
 };
 
 }  // namespace boxdim::precise
