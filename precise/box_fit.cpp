@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <limits>
 #include <opencv2/imgproc.hpp>
 #include <optional>
@@ -20,9 +22,23 @@ constexpr int kRefinements = 3;
 constexpr int kHeightGrid = 17;
 constexpr std::size_t kMaxHeightSamples = 1500;
 // A median needs no more values than this to be as good as all of them.
-constexpr std::size_t kMaxMedianSamples = 3000;
+constexpr std::size_t kMaxMedianSamples = 1000;
 // A visible side needs this many points below the edge to place it.
 constexpr std::size_t kMinSidePoints = 6;
+
+// Calls visit(u, v) for each set pixel of a mask, row by row: cv::findNonZero
+// without its list, passing runs of clear pixels eight at a time.
+template <typename Visit>
+void for_each_set_pixel(const cv::Mat1b& mask, Visit visit) {
+  for (int v = 0; v < mask.rows; ++v) {
+    const std::uint8_t* row = mask[v];
+    for (int u = 0; u < mask.cols; ++u) {
+      std::uint64_t eight = 0;
+      while (u + 8 <= mask.cols && (std::memcpy(&eight, row + u, 8), eight == 0)) u += 8;
+      if (u < mask.cols && row[u]) visit(u, v);
+    }
+  }
+}
 
 // The top's plane: in-plane coordinates x = p . e1, y = p . e2.
 struct Basis {
@@ -241,7 +257,7 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   // Depth and footprint of a pixel at the top, and the noise of its heights.
   std::vector<float>& values = buffers.values;
   values.clear();
-  const std::size_t every = std::max<std::size_t>(1, face.pixel_count / kMaxMedianSamples);
+  const std::size_t every = face.pixel_count / kMaxMedianSamples + 1;
   for (std::size_t n = 0; n < face.pixel_count; n += every) {
     const int i = face.pixels[n];
     values.push_back(frame.depth.at<std::uint16_t>(i / width, i % width));
@@ -266,12 +282,11 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   cv::erode(buffers.face, buffers.inner2, cv::Mat(), cv::Point(-1, -1), 2);
   cv::erode(buffers.inner2, buffers.inner5, cv::Mat(), cv::Point(-1, -1), 3);
   cv::subtract(buffers.inner2, buffers.inner5, buffers.inner2);
-  cv::findNonZero(buffers.inner2, buffers.where);
   values.clear();
-  for (const cv::Point& p : buffers.where) {
-    const float h = heights(p.y + roi.y, p.x + roi.x);
+  for_each_set_pixel(buffers.inner2, [&](int u, int v) {
+    const float h = heights(v + roi.y, u + roi.x);
     if (!std::isnan(h)) values.push_back(h);
-  }
+  });
   if (values.size() < 10) {
     for (std::size_t n = 0; n < face.pixel_count; ++n) {
       const int i = face.pixels[n];
@@ -339,24 +354,18 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
     const int label = frame.regions(v, u);
     return label == face.region || label == -2 - face.region;
   };
-  cv::findNonZero(buffers.scratch, buffers.where);
-  for (const cv::Point& p : buffers.where) {
-    {
-      const int u = p.x;
-      const int v = p.y;
-      FitBuffers::RingPixel r;
-      if (!on_plane(float(u + roi.x), float(v + roi.y), r.q)) continue;
-      r.h = heights(v + roi.y, u + roi.x);
-      r.on = buffers.face(v, u) && r.h >= rim - on_tolerance;
-      // A point of a side, straight below the edge when the side is in view:
-      // upright sides put it on the floor's plane where the edge is.
-      r.below_valid = !std::isnan(r.h) && !r.on && r.h < rim - 1.2f * on_tolerance &&
-                      r.h > 0.1f * rim && same_region(v + roi.y, u + roi.x);
-      if (r.below_valid)
-        r.below = basis.in_plane(pixel_point(frame.depth, k, v + roi.y, u + roi.x));
-      ring.push_back(r);
-    }
-  }
+  for_each_set_pixel(buffers.scratch, [&](int u, int v) {
+    FitBuffers::RingPixel r;
+    if (!on_plane(float(u + roi.x), float(v + roi.y), r.q)) return;
+    r.h = heights(v + roi.y, u + roi.x);
+    r.on = buffers.face(v, u) && r.h >= rim - on_tolerance;
+    // A point of a side, straight below the edge when the side is in view:
+    // upright sides put it on the floor's plane where the edge is.
+    r.below_valid = !std::isnan(r.h) && !r.on && r.h < rim - 1.2f * on_tolerance &&
+                    r.h > 0.1f * rim && same_region(v + roi.y, u + roi.x);
+    if (r.below_valid) r.below = basis.in_plane(pixel_point(frame.depth, k, v + roi.y, u + roi.x));
+    ring.push_back(r);
+  });
 
   float edge_rms = 0.0f;
   double missing_share = 0.0;
@@ -457,7 +466,9 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
       if (step && side_in_view) {
         std::vector<float>& upright = buffers.values;
         upright.clear();
-        for (const cv::Point2f& below : b.below) {
+        const std::size_t every = b.below.size() / kMaxMedianSamples + 1;
+        for (std::size_t n = 0; n < b.below.size(); n += every) {
+          const cv::Point2f& below = b.below[n];
           if (std::abs(below.dot(tangent) - rect.centre.dot(tangent)) <= reach[side]) {
             upright.push_back(below.dot(normal) - offset);
           }

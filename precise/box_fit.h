@@ -48,20 +48,21 @@ class EdgeCounts {
   void reset(float low, float step, int steps) {
     low_ = low;
     step_ = step;
-    on_.assign(steps, 0);
-    off_.assign(steps, 0);
+    per_step_ = 1.0f / step;
+    steps_ = steps;
+    counts_.assign(2 * steps, 0);
   }
   void add(float s, bool on) {
-    const int k = static_cast<int>((s - low_) / step_);
-    if (k < 0 || k >= static_cast<int>(on_.size())) return;
-    (on ? on_ : off_)[k] += 1;
+    const int k = static_cast<int>((s - low_) * per_step_);
+    if (k < 0 || k >= steps_) return;
+    counts_[2 * k + on] += 1;
   }
   std::optional<float> edge() const {
     int on_total = 0;
     int off_total = 0;
-    for (std::size_t k = 0; k < on_.size(); ++k) {
-      on_total += on_[k];
-      off_total += off_[k];
+    for (int k = 0; k < steps_; ++k) {
+      off_total += counts_[2 * k];
+      on_total += counts_[2 * k + 1];
     }
     if (on_total < 2 || off_total < 1) return std::nullopt;
     // Threshold before step k: on samples from k on and off ones before k err.
@@ -69,8 +70,8 @@ class EdgeCounts {
     int best = cost;
     double sum = 0.0;
     int count = 1;
-    for (std::size_t k = 0; k < on_.size(); ++k) {
-      cost += off_[k] - on_[k];
+    for (int k = 0; k < steps_; ++k) {
+      cost += counts_[2 * k] - counts_[2 * k + 1];
       const double position = k + 1.0;
       if (cost < best) {
         best = cost;
@@ -87,15 +88,15 @@ class EdgeCounts {
  private:
   float low_ = 0.0f;
   float step_ = 1.0f;
-  std::vector<int> on_;
-  std::vector<int> off_;
+  float per_step_ = 1.0f;
+  int steps_ = 0;
+  std::vector<int> counts_;  // per step: off, on
 };
 
 // Buffers a fit reuses from box to box and frame to frame.
 struct FitBuffers {
   cv::Mat1b face;
   cv::Mat1b inner2, inner5, scratch;
-  std::vector<cv::Point> where;
   std::vector<std::vector<cv::Point>> contours;
   // A pixel near the outline: its ray on the top's plane (in-plane mm), its
   // height, whether it is on the top, and where it stands on the plane when

@@ -15,6 +15,8 @@ namespace {
 constexpr int kMinRegionPixels = 30;
 constexpr int kMinFacePixels = 30;
 constexpr float kHistogramBinMm = 3.0f;
+// A median needs no more values than this to be as good as all of them.
+constexpr int kMaxMedianSamples = 1000;
 constexpr int kHistogramSmoothing = 2;  // bins on either side
 // A lid may bulge or sag by about this much: its top still counts as one.
 constexpr float kLidAllowanceMm = 12.0f;
@@ -39,6 +41,41 @@ cv::Rect bounds_of(const int* begin, const int* end, int width) {
     u1 = std::max(u1, *p - row_start);
   }
   return cv::Rect(u0, first_row, u1 - u0 + 1, row - first_row + 1);
+}
+
+// Counting sort of pixel indices by a key per pixel. Keys come in long runs
+// (a row's pixels of one region), so a run's count and next place are held
+// locally rather than read back from memory for every pixel.
+template <typename Span>
+void count_by_key(const int* begin, const int* end, const int* keys, std::vector<Span>& spans) {
+  int key = -1;
+  int run = 0;
+  for (const int* p = begin; p != end; ++p) {
+    const int k = keys[*p];
+    if (k != key) {
+      if (key >= 0) spans[key].count += run;
+      key = k;
+      run = 0;
+    }
+    ++run;
+  }
+  if (key >= 0) spans[key].count += run;
+}
+
+void scatter_by_key(const int* begin, const int* end, const int* keys, std::vector<int>& next,
+                    std::vector<int>& out) {
+  int key = -1;
+  int* place = nullptr;
+  for (const int* p = begin; p != end; ++p) {
+    const int k = keys[*p];
+    if (k != key) {
+      if (key >= 0) next[key] = static_cast<int>(place - out.data());
+      key = k;
+      place = out.data() + next[k];
+    }
+    *place++ = *p;
+  }
+  if (key >= 0) next[key] = static_cast<int>(place - out.data());
 }
 
 }  // namespace
@@ -120,17 +157,26 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
   int previous = -2;
   int previous_run = -1;
   int previous_label = -1;
+  int run_pixels = 0;  // of the current run, counted into its region when it ends
+  int run_last_u = 0;
+  const auto end_run = [&] {
+    if (previous_label < 0) return;
+    regions_[previous_label].count += run_pixels;
+    region_extent_[previous_label].u1 = std::max(region_extent_[previous_label].u1, run_last_u);
+  };
   for (const int i : above_) {
     while (i >= (v + 1) * width) ++v;
     const int u = i - v * width;
-    // A run's pixels share their run's label: one root walk per run.
+    // A run's pixels share their run's label: one root walk per run, and its
+    // region's count and bounds change once, when it ends.
     if (i == previous + 1 && parent_[i] == previous_run) {
       labels[i] = previous_label;
-      regions_[previous_label].count += 1;
-      region_extent_[previous_label].u1 = std::max(region_extent_[previous_label].u1, u);
+      ++run_pixels;
+      run_last_u = u;
       previous = i;
       continue;
     }
+    end_run();
     previous = i;
     previous_run = parent_[i];
     const int r = root(i);
@@ -148,12 +194,13 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
     }
     labels[i] = label;
     previous_label = label;
-    regions_[label].count += 1;
+    run_pixels = 1;
+    run_last_u = u;
     Extent& extent = region_extent_[label];
     extent.u0 = std::min(extent.u0, u);
-    extent.u1 = std::max(extent.u1, u);
     extent.v1 = v;
   }
+  end_run();
   // Each region's pixels, in order, back to back.
   int start = 0;
   for (std::size_t r = 0; r < used; ++r) {
@@ -163,7 +210,7 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
   region_buffer_.resize(start);
   cursor_.resize(used);
   for (std::size_t r = 0; r < used; ++r) cursor_[r] = regions_[r].start;
-  for (const int i : above_) region_buffer_[cursor_[labels[i]]++] = i;
+  scatter_by_key(above_.data(), above_.data() + above_.size(), labels, cursor_, region_buffer_);
 
   face_spans_.clear();
   face_buffer_.clear();
@@ -204,7 +251,7 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
   // Pixel-to-pixel spread of the region's heights (mm): the noise, as the
   // sides' slopes only add a few large differences.
   differences_.clear();
-  const std::ptrdiff_t every = std::max<std::ptrdiff_t>(1, (pixels_end - pixels) / 3000);
+  const std::ptrdiff_t every = (pixels_end - pixels) / kMaxMedianSamples + 1;
   for (const int* p = pixels; p < pixels_end; p += every) {
     const int i = *p;
     if ((i + 1) % width != 0 && (*above_mask_)(0, i + 1) && labels[i + 1] == region) {
@@ -256,11 +303,9 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
     }
     cv::Mat pieces_in_bounds = pieces_(bounds);
     const int count = cv::connectedComponents(band_(bounds), pieces_in_bounds, 8, CV_32S);
-    // Each piece's pixels, in order, back to back.
+    // Each piece's pixels, in order, back to back; piece 0 holds the rest.
     pieces_span_.assign(count, Span{});
-    for (const int* p = pixels; p != pixels_end; ++p) {
-      if (band[*p]) pieces_span_[pieces[*p]].count += 1;
-    }
+    count_by_key(pixels, pixels_end, pieces, pieces_span_);
     int start = 0;
     for (Span& piece : pieces_span_) {
       piece.start = start;
@@ -269,9 +314,7 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
     piece_buffer_.resize(start);
     cursor_.resize(count);
     for (int k = 0; k < count; ++k) cursor_[k] = pieces_span_[k].start;
-    for (const int* p = pixels; p != pixels_end; ++p) {
-      if (band[*p]) piece_buffer_[cursor_[pieces[*p]]++] = *p;
-    }
+    scatter_by_key(pixels, pixels_end, pieces, cursor_, piece_buffer_);
     piece_face_.assign(count, -1);
     for (int k = 1; k < count; ++k) {
       const Span piece = pieces_span_[k];
@@ -282,7 +325,7 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
       face.id = id_base_ + static_cast<int>(faces_.size());
       face.bounds = bounds_of(first, first + piece.count, width);
       differences_.clear();
-      const int stride = std::max(1, piece.count / 3000);
+      const int stride = piece.count / kMaxMedianSamples + 1;
       for (int n = 0; n < piece.count; n += stride) differences_.push_back(h[first[n]]);
       std::nth_element(differences_.begin(), differences_.begin() + differences_.size() / 2,
                        differences_.end());
