@@ -1,11 +1,15 @@
 // Time per measurement stage and per whole frame on fixed rendered scenes.
 // Each stage starts from the state the stages before it left, restored before
 // every iteration, so it always sees the same input; a whole frame is the
-// station engine's measure().
+// station engine's measure(). Whole frames also count the heap allocations a
+// frame makes once the engine's buffers have grown.
 #include <benchmark/benchmark.h>
 
+#include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
+#include <new>
 #include <sstream>
 #include <stdexcept>
 
@@ -21,10 +25,38 @@
 #include "pipeline/station_pipeline.h"
 #include "scene/depth_scene.h"
 
+namespace {
+std::atomic<long> heap_allocations{0};
+}  // namespace
+
+// Every allocation of this program counted, to show what a frame allocates.
+void* operator new(std::size_t size) {
+  heap_allocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
 namespace boxdim {
 namespace {
 
 constexpr std::time_t kSeed = 1;
+
+// Heap allocations per frame over a run, once the first frame has grown the
+// buffers.
+class AllocationCount {
+ public:
+  void start() { start_ = heap_allocations.load(); }
+  void report(benchmark::State& bench) const {
+    const long frames = std::max<long>(1, static_cast<long>(bench.iterations()) - 1);
+    bench.counters["allocs_per_frame"] =
+        static_cast<double>(heap_allocations.load() - start_) / frames;
+  }
+
+ private:
+  long start_ = 0;
+};
 
 enum class SceneKind { kTopDown, kTilted };
 
@@ -140,11 +172,16 @@ void BM_whole_frame(benchmark::State& bench, SceneKind kind) {
   frame.depth = bench_depth(kind);
   frame.intrinsics = bench_scene(kind).intrinsics;
   bool measured = true;
+  AllocationCount allocations;
+  bool first = true;
   for (auto _ : bench) {
     const MeasurementResult result = engine.measure(frame);
     measured = result.primary_box() != nullptr && measured;
     benchmark::DoNotOptimize(result.picture.data);
+    if (first) allocations.start();
+    first = false;
   }
+  allocations.report(bench);
   if (!measured) bench.SkipWithError("the benchmark scene was not measured");
 }
 
@@ -165,12 +202,17 @@ void BM_precise_frame(benchmark::State& bench, int boxes, bool pictures) {
   frame.depth = render_scene(scene).depth;
   frame.intrinsics = scene.intrinsics;
   std::size_t measured = 0;
+  AllocationCount allocations;
+  bool first = true;
   for (auto _ : bench) {
     const MeasurementResult result = engine.measure(frame);
     measured = 0;
     for (const BoxMeasurement& box : result.boxes) measured += box.status == BoxStatus::kMeasured;
     benchmark::DoNotOptimize(result.picture.data);
+    if (first) allocations.start();
+    first = false;
   }
+  allocations.report(bench);
   if (measured != static_cast<std::size_t>(boxes)) {
     bench.SkipWithError("the benchmark scene's boxes were not all measured");
   }

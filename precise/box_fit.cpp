@@ -1,6 +1,7 @@
 #include "precise/box_fit.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -8,6 +9,8 @@
 #include <opencv2/imgproc.hpp>
 #include <optional>
 #include <utility>
+
+#include "precise/binary_morphology.h"
 
 namespace boxdim::precise {
 
@@ -274,16 +277,19 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   const cv::Rect roi =
       (face.bounds + cv::Size(2 * margin, 2 * margin) - cv::Point(margin, margin)) &
       cv::Rect(0, 0, width, heights.rows);
-  cv::compare(frame.faces(roi), face.id, buffers.face, cv::CMP_EQ);
-  cv::morphologyEx(buffers.face, buffers.face, cv::MORPH_CLOSE, cv::Mat());
+  cv::Mat1b face_mask = view_of_size(buffers.face, roi.size());
+  cv::compare(frame.faces(roi), face.id, face_mask, cv::CMP_EQ);
+  close_square(face_mask, face_mask, 1, buffers.morphology);
 
   // The rim: a ring a few pixels inside the outline, whose height the edges
   // are found at (a lid's bulge or sag leaves it alone).
-  cv::erode(buffers.face, buffers.inner2, cv::Mat(), cv::Point(-1, -1), 2);
-  cv::erode(buffers.inner2, buffers.inner5, cv::Mat(), cv::Point(-1, -1), 3);
-  cv::subtract(buffers.inner2, buffers.inner5, buffers.inner2);
+  cv::Mat1b rim_mask = view_of_size(buffers.rim, roi.size());
+  cv::Mat1b inner5 = view_of_size(buffers.inner, roi.size());
+  erode_square(face_mask, rim_mask, 2, buffers.morphology);
+  erode_square(rim_mask, inner5, 3, buffers.morphology);
+  cv::subtract(rim_mask, inner5, rim_mask);
   values.clear();
-  for_each_set_pixel(buffers.inner2, [&](int u, int v) {
+  for_each_set_pixel(rim_mask, [&](int u, int v) {
     const float h = heights(v + roi.y, u + roi.x);
     if (!std::isnan(h)) values.push_back(h);
   });
@@ -306,8 +312,7 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
 
   // A first rectangle around the top's outline.
   buffers.contours.clear();
-  buffers.face.copyTo(buffers.scratch);
-  cv::findContours(buffers.scratch, buffers.contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
+  cv::findContours(face_mask, buffers.contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
   buffers.outline.clear();
   for (const std::vector<cv::Point>& contour : buffers.contours) {
     for (const cv::Point& c : contour) {
@@ -336,17 +341,18 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
     Rectangle grown = rect;
     grown.half[0] = std::max(0.0f, rect.half[0] + grow);
     grown.half[1] = std::max(0.0f, rect.half[1] + grow);
-    std::vector<cv::Point> outline;
+    std::array<cv::Point, 4> outline;
     for (int i = 0; i < 4; ++i) {
       const cv::Vec3f p = basis.point(grown.corner(i));
       const cv::Point2f px = point_to_pixel(cv::Point3f(p[0], p[1], p[2]), k);
-      outline.emplace_back(cvRound(px.x) - roi.x, cvRound(px.y) - roi.y);
+      outline[i] = cv::Point(cvRound(px.x) - roi.x, cvRound(px.y) - roi.y);
     }
     return outline;
   };
-  buffers.scratch.setTo(0);
-  cv::fillConvexPoly(buffers.scratch, outline_in_image(ring_mm), 255);
-  cv::fillConvexPoly(buffers.scratch, outline_in_image(-ring_mm), 0);
+  cv::Mat1b ring_mask = view_of_size(buffers.ring_pixels, roi.size());
+  ring_mask.setTo(0);
+  cv::fillConvexPoly(ring_mask, outline_in_image(ring_mm).data(), 4, 255);
+  cv::fillConvexPoly(ring_mask, outline_in_image(-ring_mm).data(), 4, 0);
   auto& ring = buffers.ring;
   ring.clear();
   const auto same_region = [&](int v, int u) {
@@ -354,11 +360,11 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
     const int label = frame.regions(v, u);
     return label == face.region || label == -2 - face.region;
   };
-  for_each_set_pixel(buffers.scratch, [&](int u, int v) {
+  for_each_set_pixel(ring_mask, [&](int u, int v) {
     FitBuffers::RingPixel r;
     if (!on_plane(float(u + roi.x), float(v + roi.y), r.q)) return;
     r.h = heights(v + roi.y, u + roi.x);
-    r.on = buffers.face(v, u) && r.h >= rim - on_tolerance;
+    r.on = face_mask(v, u) && r.h >= rim - on_tolerance;
     // A point of a side, straight below the edge when the side is in view:
     // upright sides put it on the floor's plane where the edge is.
     r.below_valid = !std::isnan(r.h) && !r.on && r.h < rim - 1.2f * on_tolerance &&
@@ -557,10 +563,9 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
 
   // How well it all fits, and whether it can be trusted: the share of the
   // rectangle's pixels in the image that the top covers (holes closed).
-  const std::vector<cv::Point2f> outline(fit.corners_px.begin(), fit.corners_px.end());
-  const double rectangle_pixels = cv::contourArea(outline);
+  const double rectangle_pixels = cv::contourArea(fit.corners_px);
   const float fill = static_cast<float>(
-      std::min(1.0, cv::countNonZero(buffers.face) / std::max(1.0, rectangle_pixels)));
+      std::min(1.0, cv::countNonZero(face_mask) / std::max(1.0, rectangle_pixels)));
   fit.confidence = fill * std::exp(-0.5f * std::pow(edge_rms / (1.5f * pixel_mm), 2.0f));
   const bool at_border = face.bounds.x <= 0 || face.bounds.y <= 0 || face.bounds.br().x >= width ||
                          face.bounds.br().y >= heights.rows;
