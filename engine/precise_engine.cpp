@@ -49,7 +49,10 @@ MeasurementResult PreciseEngine::measure(const DepthFrame& frame) {
       const precise::BoxFit& fit = fits[*nearest_any];
       result.failure = StageFailure{box_status_name(fit.status), fit.reason};
     } else {
-      result.failure = StageFailure{detector_.floor() ? "detection" : "floor", detector_.problem()};
+      const char* stage = detector_.intrinsics_unusable() ? "intrinsics"
+                          : detector_.floor()             ? "detection"
+                                                          : "floor";
+      result.failure = StageFailure{stage, detector_.problem()};
     }
   }
   if (draw_pictures_) result.picture = draw_boxes(frame.depth, result);

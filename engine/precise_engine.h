@@ -18,8 +18,8 @@ class PreciseEngine : public Engine {
 
   std::string name() const override { return kName; }
   // A frame without a measured box carries why in its failure: the stage
-  // ("floor", "detection" or the status of the box nearest the centre) and a
-  // message.
+  // ("intrinsics", "floor", "detection" or the status of the box nearest the
+  // centre) and a message.
   MeasurementResult measure(const DepthFrame& frame) override;
 
  private:

@@ -1,11 +1,11 @@
 // Arbitrary bytes as a depth frame of arbitrary size, seen through arbitrary
-// intrinsics, go through the station engine: frame preparation and the whole
-// measurement.
+// intrinsics, go through both engines: the station pipeline (frame
+// preparation and the whole measurement) and the precise detector.
 //
 // Input layout (missing bytes read as 0):
 //   byte 0         flags: 1 = size from bytes 1-4, else 640 x 480;
 //                         2 = intrinsics from bytes 5-20, else the defaults;
-//                         4 = measure the frame a second time on the same engine
+//                         4 = measure the frame a second time on the same engines
 //   bytes 1-4      width and height, little-endian 16 bits each, folded to 1..1024
 //   bytes 5-20     fx, fy, cx, cy as raw 32-bit floats (any bit pattern)
 //   bytes 21-      depth samples, little-endian 16 bits, repeated to fill the frame
@@ -15,6 +15,7 @@
 #include <cstring>
 #include <vector>
 
+#include "engine/precise_engine.h"
 #include "engine/station_engine.h"
 #include "quiet_stream.h"
 
@@ -70,19 +71,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::vector<std::uint16_t> samples =
       read_samples(data, size, static_cast<std::size_t>(header.width) * header.height);
 
-  // A fresh engine per input keeps every crash reproducible from its input alone.
+  // Fresh engines per input keep every crash reproducible from its input alone.
   boxdim::fuzz::QuietStream quiet;
   boxdim::EngineContext context;
   context.log = &quiet;
   context.error_log = &quiet;
   context.seed_clock = [] { return std::time_t{1}; };
-  boxdim::StationEngine engine(context);
+  boxdim::StationEngine station(context);
+  boxdim::PreciseEngine precise(context);
   boxdim::DepthFrame frame;
   frame.depth =
       cv::Mat(header.height, header.width, CV_16UC1, const_cast<std::uint16_t*>(samples.data()));
   frame.intrinsics = header.intrinsics;
 
   const int frames = (header.flags & kMeasureTwice) ? 2 : 1;
-  for (int i = 0; i < frames; ++i) engine.measure(frame);
+  for (int i = 0; i < frames; ++i) {
+    station.measure(frame);
+    precise.measure(frame);
+  }
   return 0;
 }

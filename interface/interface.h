@@ -1,22 +1,101 @@
-// The image utility interface: a box detector and tracker over 640 x 480
-// depth images, behind an exported abstract class. The program creates one
-// instance at start-up and hands it the camera intrinsics.
+// boxdim's box detector as a library: every box standing on the floor of a
+// depth image, each measured as its smallest enclosing cuboid. This header is
+// all a program needs; it uses nothing beyond the C++ standard library.
+//
+//   boxdim::Interface* detector = boxdim::Interface::CreateInterface();
+//   detector->SetExactIntrinsics(506.426f, 506.605f, 323.018f, 231.166f);
+//   const int count = detector->Detect(depth, 640, 480);  // -1: see LastProblem()
+//   for (int i = 0; i < count; ++i) {
+//     boxdim::Detection box;
+//     detector->GetDetection(i, &box);
+//     if (box.status == boxdim::DetectionStatus::kMeasured) use(box.length_mm, ...);
+//   }
+//   delete detector;
+//
+// An instance follows one camera: it keeps the floor it found from image to
+// image. It is not safe to call one instance from two threads at once.
 #pragma once
+
+#include <cstdint>
 
 namespace boxdim {
 
+enum class DetectionStatus {
+  kMeasured = 0,   // length, width and height hold the box's size
+  kPartial = 1,    // cut by the image's border or by missing depth: size unknown
+  kIrregular = 2,  // the top is not a flat rectangle (two boxes touching, a bag)
+  kTooSmall = 3,   // a side under 50 mm, the smallest box measured
+};
+
+// One box on the floor. Lengths in millimetres; image points as (column, row)
+// in pixels; camera points as (x right, y down, z along the view) in mm.
+struct Detection {
+  DetectionStatus status = DetectionStatus::kIrregular;
+  // The smallest enclosing cuboid, length >= width; 0 unless measured.
+  float length_mm = 0.0f;
+  float width_mm = 0.0f;
+  float height_mm = 0.0f;
+  // The top's corners in order around it, in the image and in the camera's
+  // frame (at the height of the top's rim).
+  float corners_px[4][2] = {};
+  float corners_mm[4][3] = {};
+  float center_px[2] = {};
+  // 0 to 1: how well the top's outline and surface fit a box.
+  float confidence = 0.0f;
+};
+
 class Interface {
  public:
+  // At most this many boxes are reported per image, largest tops first.
+  static constexpr int kMaxDetections = 99;
+  // The number of boxes the tracker follows at once.
+  static constexpr int kMaxTrackSlots = 100;
+  // The largest image side Detect accepts.
+  static constexpr int kMaxImageSide = 8192;
+
+  // A new detector, owned by the caller (delete it). Its intrinsics are those
+  // of a 640 x 480 camera of the station's model until set.
   static Interface* CreateInterface();
 
   virtual ~Interface() = default;
 
-  // The camera intrinsics in whole pixels.
+  // The camera's intrinsics (pixels) in whole numbers, as the station program
+  // hands them over; the detector uses these values as they are.
   virtual void SetIntrinsics(int fx, int fy, int cx, int cy) = 0;
   virtual int fx() const = 0;
   virtual int fy() const = 0;
   virtual int cx() const = 0;
   virtual int cy() const = 0;
+  // The intrinsics as the camera reports them; the whole-number ones above
+  // become their truncated values.
+  virtual void SetExactIntrinsics(float fx, float fy, float cx, float cy) = 0;
+
+  // Seeds the random floor search of every image with `seed`, so that a run
+  // can be repeated exactly; by default each image is seeded from the clock.
+  virtual void SetSeed(std::uint32_t seed) = 0;
+
+  // Finds the boxes in a depth image: `depth` holds width x height samples in
+  // millimetres, row after row, 0 where the camera saw nothing; rows are
+  // `row_stride` samples apart (0: width). Returns the number of detections,
+  // or -1 when the image cannot be used (a null pointer, a size out of range,
+  // intrinsics that are not usable), with the reason in LastProblem().
+  virtual int Detect(const std::uint16_t* depth, int width, int height, int row_stride = 0) = 0;
+  // The last Detect's detections; false for an index out of range.
+  virtual int DetectionCount() const = 0;
+  virtual bool GetDetection(int index, Detection* detection) const = 0;
+  // Why the last image gave no measured box, or could not be used; "" when
+  // it gave one.
+  virtual const char* LastProblem() const = 0;
+
+  // The floor the last images stood on, as n . p + offset = height above it
+  // (mm, n a unit vector towards the camera); false before one is found.
+  virtual bool GetFloor(float normal[3], float* offset) const = 0;
+  // Forgets the floor: the next image searches for it anew (after the
+  // camera was moved, say; a floor that no longer fits is re-found anyway).
+  virtual void ResetFloor() = 0;
 };
+
+// The name of a status: "measured", "partial", "irregular", "too_small".
+const char* DetectionStatusName(DetectionStatus status);
 
 }  // namespace boxdim

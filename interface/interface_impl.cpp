@@ -1,14 +1,145 @@
 #include "interface/interface_impl.h"
 
+#include <ctime>
+
 namespace boxdim {
 
+namespace {
+
+DetectionStatus detection_status(BoxStatus status) {
+  switch (status) {
+    case BoxStatus::kMeasured:
+      return DetectionStatus::kMeasured;
+    case BoxStatus::kPartial:
+      return DetectionStatus::kPartial;
+    case BoxStatus::kIrregular:
+      return DetectionStatus::kIrregular;
+    case BoxStatus::kTooSmall:
+      return DetectionStatus::kTooSmall;
+  }
+  return DetectionStatus::kIrregular;
+}
+
+Detection detection_of(const precise::BoxFit& fit) {
+  Detection d;
+  d.status = detection_status(fit.status);
+  if (fit.status == BoxStatus::kMeasured) {
+    d.length_mm = fit.length_mm;
+    d.width_mm = fit.width_mm;
+    d.height_mm = fit.height_mm;
+  }
+  for (int i = 0; i < 4; ++i) {
+    d.corners_px[i][0] = fit.corners_px[i].x;
+    d.corners_px[i][1] = fit.corners_px[i].y;
+    d.corners_mm[i][0] = fit.corners_mm[i].x;
+    d.corners_mm[i][1] = fit.corners_mm[i].y;
+    d.corners_mm[i][2] = fit.corners_mm[i].z;
+  }
+  d.center_px[0] = fit.centre_px.x;
+  d.center_px[1] = fit.centre_px.y;
+  d.confidence = fit.confidence;
+  return d;
+}
+
+}  // namespace
+
 Interface* Interface::CreateInterface() { return new InterfaceImpl(); }
+
+const char* DetectionStatusName(DetectionStatus status) {
+  switch (status) {
+    case DetectionStatus::kMeasured:
+      return "measured";
+    case DetectionStatus::kPartial:
+      return "partial";
+    case DetectionStatus::kIrregular:
+      return "irregular";
+    case DetectionStatus::kTooSmall:
+      return "too_small";
+  }
+  return "unknown";
+}
+
+InterfaceImpl::InterfaceImpl()
+    : detector_([this] { return seed_ ? static_cast<std::time_t>(*seed_) : std::time(nullptr); }) {
+  detections_.reserve(kMaxDetections);
+  SetExactIntrinsics(intrinsics_.fx, intrinsics_.fy, intrinsics_.cx, intrinsics_.cy);
+}
 
 void InterfaceImpl::SetIntrinsics(int fx, int fy, int cx, int cy) {
   fx_ = fx;
   fy_ = fy;
   cx_ = cx;
   cy_ = cy;
+  intrinsics_ = {static_cast<float>(fx), static_cast<float>(fy), static_cast<float>(cx),
+                 static_cast<float>(cy)};
+}
+
+void InterfaceImpl::SetExactIntrinsics(float fx, float fy, float cx, float cy) {
+  // Truncated as the station program truncates them; a value out of int's
+  // range leaves its whole-number field at 0 rather than overflowing.
+  const auto whole = [](float v) { return v > -2.0e9f && v < 2.0e9f ? static_cast<int>(v) : 0; };
+  fx_ = whole(fx);
+  fy_ = whole(fy);
+  cx_ = whole(cx);
+  cy_ = whole(cy);
+  intrinsics_ = {fx, fy, cx, cy};
+}
+
+int InterfaceImpl::Detect(const std::uint16_t* depth, int width, int height, int row_stride) {
+  detections_.clear();
+  if (row_stride == 0) row_stride = width;
+  if (depth == nullptr) {
+    problem_ = "no depth image (a null pointer)";
+    return -1;
+  }
+  if (width < 1 || height < 1 || width > kMaxImageSide || height > kMaxImageSide) {
+    problem_ = "the depth image's size " + std::to_string(width) + " x " + std::to_string(height) +
+               " is out of range (1 to " + std::to_string(kMaxImageSide) + " a side)";
+    return -1;
+  }
+  if (row_stride < width) {
+    problem_ = "the row stride " + std::to_string(row_stride) + " is shorter than a row (" +
+               std::to_string(width) + " samples)";
+    return -1;
+  }
+  const cv::Mat image(height, width, CV_16UC1, const_cast<std::uint16_t*>(depth),
+                      static_cast<std::size_t>(row_stride) * sizeof(std::uint16_t));
+  const std::vector<precise::BoxFit>& fits = detector_.detect(image, intrinsics_);
+  for (const precise::BoxFit& fit : fits) detections_.push_back(detection_of(fit));
+  if (detector_.intrinsics_unusable()) {
+    problem_ = detector_.problem();
+    return -1;
+  }
+  problem_.clear();
+  const precise::BoxFit* first_unmeasured = nullptr;
+  bool measured = false;
+  for (const precise::BoxFit& fit : fits) {
+    measured = measured || fit.status == BoxStatus::kMeasured;
+    if (fit.status != BoxStatus::kMeasured && !first_unmeasured) first_unmeasured = &fit;
+  }
+  if (fits.empty()) {
+    problem_ = detector_.problem();
+  } else if (!measured) {
+    problem_ = std::string("no box could be measured: the largest is ") +
+               box_status_name(first_unmeasured->status) + " (" + first_unmeasured->reason + ")";
+  }
+  return DetectionCount();
+}
+
+bool InterfaceImpl::GetDetection(int index, Detection* detection) const {
+  if (detection == nullptr || index < 0 || index >= DetectionCount()) return false;
+  *detection = detections_[static_cast<std::size_t>(index)];
+  return true;
+}
+
+bool InterfaceImpl::GetFloor(float normal[3], float* offset) const {
+  const std::optional<precise::FloorPlane>& floor = detector_.floor();
+  if (!floor) return false;
+  if (normal != nullptr) {
+    for (int i = 0; i < 3; ++i) normal[i] = floor->normal[i];
+  }
+  if (offset != nullptr) *offset = floor->offset;
+  return true;
 }
 
 }  // namespace boxdim

@@ -1,23 +1,48 @@
-// The one implementation of Interface.
+// The one implementation of Interface: the precise engine's detector behind
+// the exported class.
 #pragma once
 
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/camera_intrinsics.h"
 #include "interface/interface.h"
+#include "precise/box_detector.h"
 
 namespace boxdim {
 
 class InterfaceImpl : public Interface {
  public:
+  InterfaceImpl();
+
   void SetIntrinsics(int fx, int fy, int cx, int cy) override;
   int fx() const override { return fx_; }
   int fy() const override { return fy_; }
   int cx() const override { return cx_; }
   int cy() const override { return cy_; }
+  void SetExactIntrinsics(float fx, float fy, float cx, float cy) override;
+  void SetSeed(std::uint32_t seed) override { seed_ = seed; }
+
+  int Detect(const std::uint16_t* depth, int width, int height, int row_stride) override;
+  int DetectionCount() const override { return static_cast<int>(detections_.size()); }
+  bool GetDetection(int index, Detection* detection) const override;
+  const char* LastProblem() const override { return problem_.c_str(); }
+
+  bool GetFloor(float normal[3], float* offset) const override;
+  void ResetFloor() override { detector_.reset_floor(); }
 
  private:
   int fx_ = 0;
   int fy_ = 0;
   int cx_ = 0;
   int cy_ = 0;
+  CameraIntrinsics intrinsics_;
+  std::optional<std::uint32_t> seed_;
+  precise::BoxDetector detector_;
+  std::vector<Detection> detections_;
+  std::string problem_;
 };
 
 }  // namespace boxdim

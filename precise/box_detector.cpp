@@ -1,8 +1,23 @@
 #include "precise/box_detector.h"
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace boxdim::precise {
+
+namespace {
+
+// Rays through the image need a positive focal length and a principal point
+// that is a number near the image (a camera's lies inside it).
+bool usable(const CameraIntrinsics& k, cv::Size size) {
+  const float reach = 4.0f * static_cast<float>(std::max(size.width, size.height));
+  return std::isfinite(k.fx) && std::isfinite(k.fy) && k.fx > 0.0f && k.fy > 0.0f &&
+         std::isfinite(k.cx) && std::isfinite(k.cy) && std::abs(k.cx) < reach &&
+         std::abs(k.cy) < reach;
+}
+
+}  // namespace
 
 BoxDetector::BoxDetector(std::function<std::time_t()> seed_clock)
     : seed_clock_(std::move(seed_clock)) {
@@ -16,6 +31,14 @@ const std::vector<BoxFit>& BoxDetector::detect(const cv::Mat& frame,
   const cv::Mat depth = frame.isContinuous() ? frame : frame.clone();
   fits_.clear();
   problem_ = "";
+  if (!usable(intrinsics, depth.size())) {
+    problem_ =
+        "the camera's intrinsics cannot be used: focal lengths must be positive numbers "
+        "and the principal point near the image";
+    intrinsics_unusable_ = true;
+    return fits_;
+  }
+  intrinsics_unusable_ = false;
   rng_.seed(static_cast<std::mt19937::result_type>(seed_clock_()));
   const std::optional<FloorPlane> floor = floor_finder_.find(depth, intrinsics, rng_);
   if (!floor) {

@@ -31,6 +31,8 @@ class BoxDetector {
 
   // Why the last frame gave no box: "" when it gave some.
   const char* problem() const { return problem_; }
+  // Whether the last frame's intrinsics were refused, before any floor search.
+  bool intrinsics_unusable() const { return intrinsics_unusable_; }
   const std::optional<FloorPlane>& floor() const { return floor_finder_.current(); }
   void reset_floor() { floor_finder_.reset(); }
 
@@ -44,6 +46,7 @@ class BoxDetector {
   FitBuffers buffers_;
   std::vector<BoxFit> fits_;
   const char* problem_ = "";
+  bool intrinsics_unusable_ = false;
 };
 
 }  // namespace boxdim::precise

@@ -16,7 +16,9 @@ namespace boxdim::precise {
 
 namespace {
 
-constexpr float kMinSideMm = 50.0f;
+// The smallest box measured has 50 mm sides; one that reads a little under
+// (by no more than a fit can be off) is that box, not a smaller one.
+constexpr float kMinSideMm = 50.0f - 2.0f;
 // Below this share of its rectangle covered, a top is not one rectangle.
 constexpr float kMinFill = 0.88f;
 // A top that slopes more than this against the floor does not lie on it.

@@ -123,7 +123,7 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
   const float* h = heights[0];
   const auto* z = depth.ptr<std::uint16_t>(0);
   const std::uint8_t* up = above.ptr<std::uint8_t>();
-  int joined = -1;  // the last pixel joined to the one below it
+  int joined = -2;  // the last pixel joined to the one below it; none yet
   for (const int i : above_) {
     const int j = i + width;
     if (j >= n || !up[j] || std::abs(h[i] - h[j]) > surface_jump(z[i])) continue;
@@ -168,8 +168,9 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
     while (i >= (v + 1) * width) ++v;
     const int u = i - v * width;
     // A run's pixels share their run's label: one root walk per run, and its
-    // region's count and bounds change once, when it ends.
-    if (i == previous + 1 && parent_[i] == previous_run) {
+    // region's count and bounds change once, when it ends. A run never goes
+    // on into the next row, even where the two rows' runs are joined.
+    if (i == previous + 1 && u != 0 && parent_[i] == previous_run) {
       labels[i] = previous_label;
       ++run_pixels;
       run_last_u = u;

@@ -1,0 +1,177 @@
+// The exported detector as a program of one's own uses it: boxes found and
+// measured through plain arrays, every unusable image refused with a reason,
+// and the intrinsics, floor and seed doing what the header promises.
+#include "interface/interface.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "scene/depth_scene.h"
+#include "support/test_frames.h"
+
+namespace boxdim {
+namespace {
+
+std::unique_ptr<Interface> seeded_interface() {
+  std::unique_ptr<Interface> detector(Interface::CreateInterface());
+  detector->SetSeed(1);
+  return detector;
+}
+
+std::vector<Detection> detections_of(const Interface& detector) {
+  std::vector<Detection> all(static_cast<std::size_t>(detector.DetectionCount()));
+  for (int i = 0; i < detector.DetectionCount(); ++i) {
+    EXPECT_TRUE(detector.GetDetection(i, &all[static_cast<std::size_t>(i)]));
+  }
+  return all;
+}
+
+SceneParameters three_boxes() {
+  SceneParameters scene = testing::standard_scene();
+  scene.camera_height_mm = 1300.0f;
+  scene.noise = {2.0f, 0.2f, 0.005f};
+  scene.other_boxes = {FloorBox{300, 200, 150, {-430, 150}, 20, {}},
+                       FloorBox{200, 200, 300, {400, -100}, 60, {}}};
+  return scene;
+}
+
+TEST(Interface, MeasuresEveryBoxOnTheFloorThroughPlainArrays) {
+  const SceneParameters scene = three_boxes();
+  const RenderedScene rendered = render_scene(scene);
+  std::vector<SceneGroundTruth> truths = rendered.other_truths;
+  truths.push_back(rendered.truth);
+
+  const auto detector = seeded_interface();
+  detector->SetExactIntrinsics(scene.intrinsics.fx, scene.intrinsics.fy, scene.intrinsics.cx,
+                               scene.intrinsics.cy);
+  ASSERT_EQ(detector->Detect(rendered.depth.ptr<std::uint16_t>(), 640, 480), 3)
+      << detector->LastProblem();
+  EXPECT_STREQ(detector->LastProblem(), "");
+  for (const Detection& box : detections_of(*detector)) {
+    ASSERT_EQ(box.status, DetectionStatus::kMeasured);
+    // Its truth is the box whose top's centre is nearest.
+    const SceneGroundTruth* truth = nullptr;
+    double nearest = 1e9;
+    for (const SceneGroundTruth& t : truths) {
+      cv::Point2f centre(0.0f, 0.0f);
+      for (const cv::Point2f& p : t.top_corners_px) centre += 0.25f * p;
+      const double d = cv::norm(centre - cv::Point2f(box.center_px[0], box.center_px[1]));
+      if (d < nearest) {
+        nearest = d;
+        truth = &t;
+      }
+    }
+    ASSERT_LT(nearest, 3.0);
+    EXPECT_NEAR(box.length_mm, truth->dimensions.box_length, 3.0f);
+    EXPECT_NEAR(box.width_mm, truth->dimensions.box_width, 3.0f);
+    EXPECT_NEAR(box.height_mm, truth->dimensions.box_height, 3.0f);
+    EXPECT_GE(box.length_mm, box.width_mm);
+  }
+}
+
+// A frame inside a wider buffer, as a camera's padded rows deliver it.
+TEST(Interface, ReadsRowsThroughTheirStride) {
+  const cv::Mat depth = render_scene(testing::standard_scene()).depth;
+  cv::Mat padded(480, 700, CV_16UC1, cv::Scalar(7));
+  depth.copyTo(padded(cv::Rect(0, 0, 640, 480)));
+  const auto packed = seeded_interface();
+  const auto strided = seeded_interface();
+  ASSERT_EQ(packed->Detect(depth.ptr<std::uint16_t>(), 640, 480), 1);
+  ASSERT_EQ(strided->Detect(padded.ptr<std::uint16_t>(), 640, 480, 700), 1);
+  Detection a, b;
+  packed->GetDetection(0, &a);
+  strided->GetDetection(0, &b);
+  EXPECT_EQ(a.length_mm, b.length_mm);
+  EXPECT_EQ(a.width_mm, b.width_mm);
+  EXPECT_EQ(a.height_mm, b.height_mm);
+}
+
+struct RefusedCase {
+  std::string name;
+  bool null_depth;
+  int width, height, stride;
+  float fx;             // focal lengths; the principal point stays the default's
+  const char* problem;  // a part of the reason
+};
+
+void PrintTo(const RefusedCase& c, std::ostream* os) { *os << c.name; }
+
+class InterfaceRefusesTest : public ::testing::TestWithParam<RefusedCase> {};
+
+TEST_P(InterfaceRefusesTest, AnUnusableImageWithAReasonAndNoDetections) {
+  const RefusedCase& c = GetParam();
+  const std::vector<std::uint16_t> samples(640 * 480 * 2, 1000);
+  const auto detector = seeded_interface();
+  // The detections of a good image first, to see that a refusal clears them.
+  const cv::Mat good = render_scene(testing::standard_scene()).depth;
+  ASSERT_EQ(detector->Detect(good.ptr<std::uint16_t>(), 640, 480), 1);
+  detector->SetExactIntrinsics(c.fx, c.fx, 323.0f, 231.0f);
+  EXPECT_EQ(detector->Detect(c.null_depth ? nullptr : samples.data(), c.width, c.height, c.stride),
+            -1);
+  EXPECT_NE(std::string(detector->LastProblem()).find(c.problem), std::string::npos)
+      << detector->LastProblem();
+  EXPECT_EQ(detector->DetectionCount(), 0);
+  Detection detection;
+  EXPECT_FALSE(detector->GetDetection(0, &detection));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Images, InterfaceRefusesTest,
+    ::testing::Values(
+        RefusedCase{"null_pointer", true, 640, 480, 0, 506.0f, "null"},
+        RefusedCase{"no_columns", false, 0, 480, 0, 506.0f, "0 x 480"},
+        RefusedCase{"negative_rows", false, 640, -3, 0, 506.0f, "640 x -3"},
+        RefusedCase{"too_wide", false, 9000, 1, 0, 506.0f, "9000 x 1"},
+        RefusedCase{"stride_shorter_than_a_row", false, 640, 480, 639, 506.0f, "stride 639"},
+        RefusedCase{"zero_focal_length", false, 640, 480, 0, 0.0f, "intrinsics"},
+        RefusedCase{"negative_focal_length", false, 640, 480, 0, -506.0f, "intrinsics"}),
+    [](const auto& info) { return info.param.name; });
+
+TEST(Interface, WholeNumberIntrinsicsAreUsedAsTheyAreAndExactOnesTruncated) {
+  const auto detector = seeded_interface();
+  detector->SetExactIntrinsics(500.75f, 501.5f, 319.9f, 239.25f);
+  EXPECT_EQ((std::vector<int>{detector->fx(), detector->fy(), detector->cx(), detector->cy()}),
+            (std::vector<int>{500, 501, 319, 239}));
+
+  // A focal length off by 10 % shrinks the box by as much: the whole
+  // numbers are what the detector measures with.
+  const cv::Mat depth = render_scene(testing::standard_scene()).depth;
+  detector->SetIntrinsics(557, 557, 323, 231);
+  ASSERT_EQ(detector->Detect(depth.ptr<std::uint16_t>(), 640, 480), 1);
+  Detection box;
+  detector->GetDetection(0, &box);
+  EXPECT_NEAR(box.length_mm, 400.0f * 506.4f / 557.0f, 4.0f);
+  detector->SetIntrinsics(506, 507, 323, 231);
+  ASSERT_EQ(detector->Detect(depth.ptr<std::uint16_t>(), 640, 480), 1);
+  detector->GetDetection(0, &box);
+  EXPECT_NEAR(box.length_mm, 400.0f, 2.0f);
+}
+
+TEST(Interface, KeepsTheFloorUntilReset) {
+  const auto detector = seeded_interface();
+  float normal[3];
+  float offset = 0.0f;
+  EXPECT_FALSE(detector->GetFloor(normal, &offset));
+  const cv::Mat depth = render_scene(testing::standard_scene()).depth;
+  detector->Detect(depth.ptr<std::uint16_t>(), 640, 480);
+  ASSERT_TRUE(detector->GetFloor(normal, &offset));
+  EXPECT_NEAR(offset, 1000.0f, 2.0f);  // the camera's height above it
+  EXPECT_NEAR(normal[2], -1.0f, 1e-3f);
+  detector->ResetFloor();
+  EXPECT_FALSE(detector->GetFloor(normal, &offset));
+}
+
+TEST(Interface, AnEmptyFloorGivesNoDetectionAndSaysWhy) {
+  SceneParameters scene = testing::standard_scene();
+  scene.with_box = false;
+  const auto detector = seeded_interface();
+  EXPECT_EQ(detector->Detect(render_scene(scene).depth.ptr<std::uint16_t>(), 640, 480), 0);
+  EXPECT_STREQ(detector->LastProblem(), "nothing stands on the floor");
+}
+
+}  // namespace
+}  // namespace boxdim

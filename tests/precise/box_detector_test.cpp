@@ -1,0 +1,189 @@
+// The detector on rendered scenes whose truth is known: every box gets the
+// status it deserves and only measured boxes carry numbers; the floor is the
+// plane the scene stands on even where boxes fill most of the view, and it is
+// found again when the camera moves.
+#include "precise/box_detector.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "scene/depth_scene.h"
+#include "support/test_frames.h"
+
+namespace boxdim::precise {
+namespace {
+
+BoxDetector fixed_seed_detector() {
+  return BoxDetector([] { return std::time_t{1}; });
+}
+
+struct StatusCase {
+  std::string name;
+  SceneParameters scene;
+  BoxStatus status;
+};
+
+SceneParameters standard() { return testing::standard_scene(); }
+
+SceneParameters with(SceneParameters scene, float length, float width, float height) {
+  scene.box_length_mm = length;
+  scene.box_width_mm = width;
+  scene.box_height_mm = height;
+  return scene;
+}
+
+std::vector<StatusCase> status_cases() {
+  std::vector<StatusCase> cases;
+  cases.push_back({"standard_box", standard(), BoxStatus::kMeasured});
+  cases.push_back({"smallest_measured_box", with(standard(), 50, 50, 30), BoxStatus::kMeasured});
+  SceneParameters turned_noisy = standard();
+  turned_noisy.yaw_deg = 33.0f;
+  turned_noisy.tilt_deg = 18.0f;
+  turned_noisy.noise = {2.0f, 0.3f, 0.01f, 12.0f, 10.0f, 2.5f};
+  cases.push_back({"turned_tilted_noisy_multipath", turned_noisy, BoxStatus::kMeasured});
+  cases.push_back({"under_50_mm", with(standard(), 45, 40, 100), BoxStatus::kTooSmall});
+  SceneParameters cut = standard();
+  cut.offset_mm = {450.0f, 0.0f};  // its far end beyond the image's right border
+  cases.push_back({"cut_by_the_border", cut, BoxStatus::kPartial});
+  SceneParameters touching = standard();
+  // As high as the box and against its right side, reaching past its near
+  // side: one top shaped like an L.
+  touching.other_boxes = {FloorBox{200, 200, 200, {300.0f, 100.0f}, 0.0f, {}}};
+  cases.push_back({"two_boxes_touching_at_one_height", touching, BoxStatus::kIrregular});
+  return cases;
+}
+
+void PrintTo(const StatusCase& c, std::ostream* os) { *os << c.name; }
+
+class DetectorStatusTest : public ::testing::TestWithParam<StatusCase> {};
+
+TEST_P(DetectorStatusTest, TheBoxUnderTheCentreGetsItsStatusAndOnlyMeasuredOnesCarryNumbers) {
+  const StatusCase& c = GetParam();
+  const RenderedScene rendered = render_scene(c.scene);
+  BoxDetector detector = fixed_seed_detector();
+  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, c.scene.intrinsics);
+  ASSERT_FALSE(fits.empty()) << detector.problem();
+  // The fit whose centre is nearest the true top's centre is the main box's.
+  cv::Point2f truth_centre(0.0f, 0.0f);
+  for (const cv::Point2f& p : rendered.truth.top_corners_px) truth_centre += 0.25f * p;
+  const BoxFit* main = &fits.front();
+  for (const BoxFit& fit : fits) {
+    if (cv::norm(fit.centre_px - truth_centre) < cv::norm(main->centre_px - truth_centre)) {
+      main = &fit;
+    }
+  }
+  EXPECT_STREQ(box_status_name(main->status), box_status_name(c.status)) << main->reason;
+  if (c.status == BoxStatus::kMeasured) {
+    const BoxDimensions& truth = rendered.truth.dimensions;
+    EXPECT_NEAR(main->length_mm, truth.box_length, 3.0f);
+    EXPECT_NEAR(main->width_mm, truth.box_width, 3.0f);
+    EXPECT_NEAR(main->height_mm, truth.box_height, 3.0f);
+    EXPECT_GT(main->confidence, 0.5f);
+  }
+  for (const BoxFit& fit : fits) {
+    if (fit.status != BoxStatus::kMeasured) {
+      EXPECT_STRNE(fit.reason, "");
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenes, DetectorStatusTest, ::testing::ValuesIn(status_cases()),
+                         [](const auto& info) { return info.param.name; });
+
+TEST(BoxDetector, AnEmptyFloorYieldsNoBoxAndSaysWhy) {
+  SceneParameters scene = standard();
+  scene.with_box = false;
+  scene.noise = {2.0f, 0.3f, 0.01f};
+  BoxDetector detector = fixed_seed_detector();
+  EXPECT_TRUE(detector.detect(render_scene(scene).depth, scene.intrinsics).empty());
+  EXPECT_TRUE(detector.floor().has_value());
+  EXPECT_STREQ(detector.problem(), "nothing stands on the floor");
+}
+
+// A lid that bulges is part of the smallest enclosing cuboid; one that sags
+// leaves the rim where it was.
+TEST(BoxDetector, TheHeightIsTheTopsHighestPointAndASaggingLidDoesNotLowerIt) {
+  for (const float lid : {10.0f, -8.0f}) {
+    SceneParameters scene = standard();
+    scene.top.lid_mm = lid;
+    scene.noise = {1.5f, 0.2f, 0.005f};
+    const RenderedScene rendered = render_scene(scene);
+    BoxDetector detector = fixed_seed_detector();
+    const std::vector<BoxFit>& fits = detector.detect(rendered.depth, scene.intrinsics);
+    ASSERT_EQ(fits.size(), 1u) << "lid " << lid;
+    EXPECT_NEAR(fits[0].height_mm, rendered.truth.dimensions.box_height, 2.0f) << "lid " << lid;
+  }
+}
+
+struct FloorCase {
+  std::string name;
+  float tilt_deg;
+  float length_mm, width_mm, height_mm;
+  float camera_height_mm;
+};
+
+void PrintTo(const FloorCase& c, std::ostream* os) { *os << c.name; }
+
+class DetectorFloorTest : public ::testing::TestWithParam<FloorCase> {};
+
+// Where a box's top fills most of the frame the largest plane is the top; the
+// floor is the plane with the scene above it.
+TEST_P(DetectorFloorTest, TheFloorIsThePlaneTheSceneStandsOn) {
+  const FloorCase& c = GetParam();
+  SceneParameters scene = with(standard(), c.length_mm, c.width_mm, c.height_mm);
+  scene.tilt_deg = c.tilt_deg;
+  scene.camera_height_mm = c.camera_height_mm;
+  scene.noise = {1.5f, 0.2f, 0.005f};
+  const RenderedScene rendered = render_scene(scene);
+  BoxDetector detector = fixed_seed_detector();
+  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, scene.intrinsics);
+  ASSERT_TRUE(detector.floor().has_value());
+  // The camera stands camera_height_mm above the floor.
+  EXPECT_NEAR(detector.floor()->offset, c.camera_height_mm, 5.0f);
+  ASSERT_FALSE(fits.empty()) << detector.problem();
+  EXPECT_STREQ(box_status_name(fits[0].status), "measured") << fits[0].reason;
+  EXPECT_NEAR(fits[0].height_mm, c.height_mm, 3.0f);
+  EXPECT_NEAR(fits[0].length_mm, c.length_mm, 3.0f);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scenes, DetectorFloorTest,
+    ::testing::Values(FloorCase{"top_fills_two_thirds", 0.0f, 1000, 800, 300, 1300},
+                      FloorCase{"top_fills_two_thirds_tilted", 15.0f, 900, 700, 300, 1300},
+                      FloorCase{"tilted_30_degrees", 30.0f, 400, 300, 200, 1000}),
+    [](const auto& info) { return info.param.name; });
+
+TEST(BoxDetector, FindsTheFloorAgainWhenTheCameraMoves) {
+  BoxDetector detector = fixed_seed_detector();
+  for (const float camera_height : {1000.0f, 1000.0f, 1350.0f, 800.0f}) {
+    SceneParameters scene = standard();
+    scene.camera_height_mm = camera_height;
+    scene.noise = {1.5f, 0.2f, 0.005f};
+    const std::vector<BoxFit>& fits = detector.detect(render_scene(scene).depth, scene.intrinsics);
+    ASSERT_TRUE(detector.floor().has_value());
+    EXPECT_NEAR(detector.floor()->offset, camera_height, 5.0f);
+    ASSERT_EQ(fits.size(), 1u) << camera_height;
+    EXPECT_NEAR(fits[0].height_mm, 200.0f, 2.0f) << camera_height;
+  }
+}
+
+// 121 raised squares on a flat floor: the detector stops at its limit.
+TEST(BoxDetector, ReportsAtMostItsLimitOfDetections) {
+  cv::Mat depth(480, 640, CV_16UC1, cv::Scalar(1500));
+  for (int row = 0; row < 11; ++row) {
+    for (int column = 0; column < 11; ++column) {
+      depth(cv::Rect(40 + 52 * column, 10 + 42 * row, 24, 24)).setTo(1400);
+    }
+  }
+  BoxDetector detector = fixed_seed_detector();
+  CameraIntrinsics k;
+  k.cx = 320.0f;
+  k.cy = 240.0f;
+  EXPECT_EQ(detector.detect(depth, k).size(),
+            static_cast<std::size_t>(BoxDetector::kMaxDetections));
+}
+
+}  // namespace
+}  // namespace boxdim::precise
