@@ -47,7 +47,7 @@ const char* const kCsvHeader =
     "noise_mm_at_1m,image,fx,multipath_mm,lid_mm,dark_top,boxes,camera_angle_deg,"
     "top_face_distance_mm,true_length_mm,true_width_mm,"
     "true_height_mm,ok,failed_stage,failure_reason,length_mm,width_mm,height_mm,"
-    "length_error_mm,width_error_mm,height_error_mm,elapsed_ms";
+    "length_error_mm,width_error_mm,height_error_mm,elapsed_ms,stray_detections";
 
 // Errors are signed, measured minus true; empty when the scene was not measured.
 std::string csv_row(const std::string& family, int index, const SceneMeasurement& m) {
@@ -59,9 +59,10 @@ std::string csv_row(const std::string& family, int index, const SceneMeasurement
       << ',' << s.offset_mm.x << ',' << s.offset_mm.y << ',' << s.noise.sigma_at_1m_mm << ','
       << s.image_width << 'x' << s.image_height << ',' << s.intrinsics.fx << ','
       << s.noise.multipath_mm << ',' << s.top.lid_mm << ',' << (s.top.dark ? "true" : "false")
-      << ',' << (s.with_box ? 1 : 0) + s.other_boxes.size() << ',' << camera_angle_deg(s) << ',' << m.truth.top_face_depth_mm << ',' << truth.box_length << ','
-      << truth.box_width << ',' << truth.box_height << ',' << (m.ok ? "true" : "false") << ','
-      << csv_field(m.failed_stage) << ',' << csv_field(m.reason) << ',';
+      << ',' << (s.with_box ? 1 : 0) + s.other_boxes.size() << ',' << camera_angle_deg(s) << ','
+      << m.truth.top_face_depth_mm << ',' << truth.box_length << ',' << truth.box_width << ','
+      << truth.box_height << ',' << (m.ok ? "true" : "false") << ',' << csv_field(m.failed_stage)
+      << ',' << csv_field(m.reason) << ',';
   if (m.ok) {
     row << m.measured.box_length << ',' << m.measured.box_width << ',' << m.measured.box_height
         << ',' << m.measured.box_length - truth.box_length << ','
@@ -70,7 +71,7 @@ std::string csv_row(const std::string& family, int index, const SceneMeasurement
   } else {
     row << ",,,,,";
   }
-  row << ',' << std::round(m.elapsed_ms * 1000.0) / 1000.0;
+  row << ',' << std::round(m.elapsed_ms * 1000.0) / 1000.0 << ',' << m.stray_detections;
   return row.str();
 }
 
@@ -115,15 +116,16 @@ void print_table(std::ostream& out, const std::vector<FamilyResult>& results) {
   const auto row = [&](const std::string& family, const std::string& engine,
                        const std::string& scenes, const std::string& measured,
                        const std::string& within, const std::string& l, const std::string& w,
-                       const std::string& h, const std::string& ms) {
+                       const std::string& h, const std::string& stray, const std::string& ms) {
     out << std::left << std::setw(static_cast<int>(family_width + 2)) << family
         << std::setw(static_cast<int>(engine_width)) << engine << std::right << std::setw(8)
         << scenes << std::setw(10) << measured << std::setw(13) << within << std::setw(15) << l
-        << std::setw(15) << w << std::setw(15) << h << std::setw(10) << ms << '\n';
+        << std::setw(15) << w << std::setw(15) << h << std::setw(8) << stray << std::setw(10) << ms
+        << '\n';
   };
-  row("family", "engine", "scenes", "measured", "within 5 mm", "length", "width", "height",
+  row("family", "engine", "scenes", "measured", "within 5 mm", "length", "width", "height", "stray",
       "ms/frame");
-  row("", "", "", "", "", "median / p95", "median / p95", "median / p95", "median");
+  row("", "", "", "", "", "median / p95", "median / p95", "median / p95", "", "median");
   const SceneFamily* previous = nullptr;
   for (const FamilyResult& r : results) {
     const FamilyStatistics& s = r.stats;
@@ -134,12 +136,13 @@ void print_table(std::ostream& out, const std::vector<FamilyResult>& results) {
     row(r.family == previous ? "" : r.family->name, r.engine, std::to_string(s.scenes),
         percent(s.success_rate()), measurable ? percent(s.within_tolerance_rate()) : "-",
         millimetres(s.length, any && measurable), millimetres(s.width, any && measurable),
-        millimetres(s.height, any && measurable), ms.str());
+        millimetres(s.height, any && measurable), percent(s.stray_rate()), ms.str());
     previous = r.family;
   }
   out << "Absolute errors in mm over the measured scenes; within 5 mm: all three dimensions,\n"
-         "share of all scenes. reject scenes are right when not measured: their measured\n"
-         "column counts wrong measurements.\n";
+         "share of all scenes; stray: scenes with a detection (of any status) that lies on\n"
+         "no box's top. reject scenes are right when not measured: their measured column\n"
+         "counts wrong measurements.\n";
 
   bool header_printed = false;
   for (const FamilyResult& r : results) {

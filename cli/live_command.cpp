@@ -56,6 +56,7 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
   EngineContext context;
   context.log = &err;
   context.error_log = &err;
+  context.draw_pictures = false;  // nothing is shown
   CameraEngines engines(options.engine, context);
   CameraSourceOptions source_options;
   source_options.stop_requested = [] { return StopSignals::requested() != 0; };

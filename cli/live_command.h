@@ -6,12 +6,14 @@
 #include <ostream>
 #include <string>
 
+#include "engine/engine_factory.h"
+
 namespace boxdim {
 
 struct LiveOptions {
   std::optional<long long> frames;  // stop after this many measured frames; none: until a signal
   bool json = false;
-  std::string engine = "station";
+  std::string engine = default_engine_name();
 };
 
 // Exit status of a camera problem: no camera found, an SDK call failed, or

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/camera_intrinsics.h"
+#include "engine/engine_factory.h"
 #include "source/depth_file.h"
 
 namespace boxdim {
@@ -18,7 +19,7 @@ struct MeasureOptions {
   // carried over to each frame's size.
   std::optional<CameraIntrinsics> intrinsics;
   std::optional<std::time_t> seed;  // replaces the clock of both RANSAC stages
-  std::string engine = "station";
+  std::string engine = default_engine_name();
   bool json = false;
   std::string annotate_dir;  // empty: no pictures
   std::vector<std::string> files;

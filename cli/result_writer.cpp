@@ -19,6 +19,12 @@ std::string result_text(const MeasurementResult& result) {
   } else {
     text << "not measured (no box)";
   }
+  // The line is about the box nearest the centre; the others are counted.
+  if (result.boxes.size() > 1) {
+    std::size_t measured = 0;
+    for (const BoxMeasurement& box : result.boxes) measured += box.status == BoxStatus::kMeasured;
+    text << "; " << result.boxes.size() << " boxes in view, " << measured << " measured";
+  }
   return text.str();
 }
 

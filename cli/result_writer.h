@@ -10,7 +10,8 @@
 namespace boxdim {
 
 // "length 400.0 mm, width 300.0 mm, height 200.0 mm" for the primary box, or
-// "not measured (<stage> failed)".
+// "not measured (<stage> failed)"; with more than one box in view, followed
+// by "; 3 boxes in view, 2 measured".
 std::string result_text(const MeasurementResult& result);
 
 // The primary box as "ok", "length_mm", "width_mm", "height_mm",

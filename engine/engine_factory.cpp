@@ -16,9 +16,11 @@ std::string known_names() {
 }  // namespace
 
 const std::vector<std::string>& engine_names() {
-  static const std::vector<std::string> names = {StationEngine::kName, PreciseEngine::kName};
+  static const std::vector<std::string> names = {PreciseEngine::kName, StationEngine::kName};
   return names;
 }
+
+const std::string& default_engine_name() { return engine_names().front(); }
 
 UnknownEngine::UnknownEngine(const std::string& name)
     : std::invalid_argument("unknown engine '" + name + "' (known: " + known_names() + ")") {}

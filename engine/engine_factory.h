@@ -12,6 +12,8 @@ namespace boxdim {
 
 // The names create_engine knows, the default first.
 const std::vector<std::string>& engine_names();
+// The engine the tools measure with unless told otherwise.
+const std::string& default_engine_name();
 
 // "unknown engine 'x' (known: station)".
 class UnknownEngine : public std::invalid_argument {

@@ -348,6 +348,31 @@ SceneMeasurement measure_scene(const SceneParameters& scene, const std::string& 
   return measure_scene(scene, render_scene(scene), engine_name, ransac_seed);
 }
 
+namespace {
+
+// A detection stands on a box when its centre lies on the box's top in the
+// image, or within a few pixels of its outline.
+int stray_detections(const SceneParameters& scene, const RenderedScene& rendered,
+                     const MeasurementResult& measured) {
+  constexpr double kOutlineMarginPx = 3.0;
+  std::vector<const SceneGroundTruth*> boxes;
+  if (scene.with_box) boxes.push_back(&rendered.truth);
+  for (const SceneGroundTruth& other : rendered.other_truths) boxes.push_back(&other);
+  int stray = 0;
+  for (const BoxMeasurement& detection : measured.boxes) {
+    bool on_a_box = false;
+    for (const SceneGroundTruth* box : boxes) {
+      const std::vector<cv::Point2f> top(box->top_corners_px.begin(), box->top_corners_px.end());
+      on_a_box =
+          on_a_box || cv::pointPolygonTest(top, detection.centre_px, true) >= -kOutlineMarginPx;
+    }
+    stray += on_a_box ? 0 : 1;
+  }
+  return stray;
+}
+
+}  // namespace
+
 SceneMeasurement measure_scene(const SceneParameters& scene, const RenderedScene& rendered,
                                const std::string& engine_name, std::time_t ransac_seed) {
   SceneMeasurement result;
@@ -360,12 +385,14 @@ SceneMeasurement measure_scene(const SceneParameters& scene, const RenderedScene
   context.log = &discarded;
   context.error_log = &discarded;
   context.seed_clock = [ransac_seed] { return ransac_seed; };
+  context.draw_pictures = false;
   const std::unique_ptr<Engine> engine = create_engine(engine_name, context);
   DepthFrame frame;
   frame.depth = rendered.depth;
   frame.intrinsics = scene.intrinsics;
   const MeasurementResult measured = engine->measure(frame);
   result.elapsed_ms = measured.elapsed_ms;
+  result.stray_detections = stray_detections(scene, rendered, measured);
 
   // The measured box that stands for the scored one.
   const cv::Point2f centre = top_centre_px(result.truth);
@@ -404,6 +431,7 @@ FamilyStatistics summarise(const std::vector<SceneMeasurement>& measurements) {
   for (const SceneMeasurement& m : measurements) {
     ++stats.scenes;
     times.push_back(m.elapsed_ms);
+    if (m.stray_detections > 0) ++stats.scenes_with_stray;
     if (!m.ok) {
       ++stats.failures[m.failed_stage + ": " + m.reason];
       continue;

@@ -83,6 +83,9 @@ struct SceneMeasurement {
   std::string reason;        // the failing stage's own message
   BoxDimensions measured;
   double elapsed_ms = 0.0;
+  // Detections of any status whose centre lies on no box's top in the image:
+  // a side, the floor, something that is not a box.
+  int stray_detections = 0;
 };
 
 // Renders the scene and measures it with a fresh engine of that name, as the
@@ -104,10 +107,11 @@ constexpr double kToleranceMm = 5.0;
 
 struct FamilyStatistics {
   int scenes = 0;
-  int measured = 0;      // for reject: measured although it should not have been
+  int measured = 0;  // for reject: measured although it should not have been
   int within_tolerance = 0;
   ErrorStatistics length, width, height;  // over the measured scenes
   double median_ms = 0.0;                 // time per frame
+  int scenes_with_stray = 0;              // with a detection on no box's top
   // "stage: reason" -> number of scenes.
   std::map<std::string, int> failures;
 
@@ -115,6 +119,7 @@ struct FamilyStatistics {
   double within_tolerance_rate() const {
     return scenes == 0 ? 0.0 : double(within_tolerance) / scenes;
   }
+  double stray_rate() const { return scenes == 0 ? 0.0 : double(scenes_with_stray) / scenes; }
 };
 
 FamilyStatistics summarise(const std::vector<SceneMeasurement>& measurements);

@@ -255,6 +255,11 @@ TopSurface top_surface(const std::vector<cv::Point3f>& samples, float half_x, fl
 
 BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers) {
   BoxFit fit;
+  // Until a rectangle is fitted, the top's bounds say where it is.
+  const cv::Rect& b = face.bounds;
+  fit.corners_px = {cv::Point2f(b.x, b.y), cv::Point2f(b.x + b.width, b.y),
+                    cv::Point2f(b.x + b.width, b.y + b.height), cv::Point2f(b.x, b.y + b.height)};
+  fit.centre_px = cv::Point2f(b.x + 0.5f * b.width, b.y + 0.5f * b.height);
   const cv::Mat1f& heights = frame.heights;
   const int width = heights.cols;
   const CameraIntrinsics& k = frame.intrinsics;
@@ -339,22 +344,33 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   // The rectangle grown and shrunk on its plane, filled in the image: the
   // one minus the other.
   const float ring_mm = band_mm + 3.0f * pixel_mm;
-  const auto outline_in_image = [&](float grow) {
+  // Corners behind the camera or beyond any image (a wild fit on a hostile
+  // frame) leave nothing to fill.
+  const float reach = 4.0f * static_cast<float>(std::max(width, heights.rows));
+  const auto outline_in_image = [&](float grow) -> std::optional<std::array<cv::Point, 4>> {
     Rectangle grown = rect;
     grown.half[0] = std::max(0.0f, rect.half[0] + grow);
     grown.half[1] = std::max(0.0f, rect.half[1] + grow);
     std::array<cv::Point, 4> outline;
     for (int i = 0; i < 4; ++i) {
       const cv::Vec3f p = basis.point(grown.corner(i));
+      if (!(p[2] > 1.0f)) return std::nullopt;
       const cv::Point2f px = point_to_pixel(cv::Point3f(p[0], p[1], p[2]), k);
+      if (!(std::abs(px.x) < reach && std::abs(px.y) < reach)) return std::nullopt;
       outline[i] = cv::Point(cvRound(px.x) - roi.x, cvRound(px.y) - roi.y);
     }
     return outline;
   };
+  const auto outer = outline_in_image(ring_mm);
+  const auto inner = outline_in_image(-ring_mm);
+  if (!outer || !inner) {
+    fit.reason = "the top's outline does not lie in front of the camera";
+    return fit;
+  }
   cv::Mat1b ring_mask = view_of_size(buffers.ring_pixels, roi.size());
   ring_mask.setTo(0);
-  cv::fillConvexPoly(ring_mask, outline_in_image(ring_mm).data(), 4, 255);
-  cv::fillConvexPoly(ring_mask, outline_in_image(-ring_mm).data(), 4, 0);
+  cv::fillConvexPoly(ring_mask, outer->data(), 4, 255);
+  cv::fillConvexPoly(ring_mask, inner->data(), 4, 0);
   auto& ring = buffers.ring;
   ring.clear();
   const auto same_region = [&](int v, int u) {
@@ -529,11 +545,19 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   }
 
   // Corners and dimensions.
+  std::array<cv::Point3f, 4> corners_mm;
+  std::array<cv::Point2f, 4> corners_px;
   for (int i = 0; i < 4; ++i) {
     const cv::Vec3f p = basis.point(rect.corner(i));
-    fit.corners_mm[i] = cv::Point3f(p[0], p[1], p[2]);
-    fit.corners_px[i] = point_to_pixel(fit.corners_mm[i], k);
+    corners_mm[i] = cv::Point3f(p[0], p[1], p[2]);
+    corners_px[i] = point_to_pixel(corners_mm[i], k);
+    if (!(p[2] > 1.0f && std::abs(corners_px[i].x) < reach && std::abs(corners_px[i].y) < reach)) {
+      fit.reason = "the top's outline does not lie in front of the camera";
+      return fit;
+    }
   }
+  fit.corners_mm = corners_mm;
+  fit.corners_px = corners_px;
   fit.centre_px =
       0.25f * (fit.corners_px[0] + fit.corners_px[1] + fit.corners_px[2] + fit.corners_px[3]);
   fit.length_mm = 2.0f * std::max(rect.half[0], rect.half[1]);

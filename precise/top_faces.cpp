@@ -20,6 +20,9 @@ constexpr int kMaxMedianSamples = 1000;
 constexpr int kHistogramSmoothing = 2;  // bins on either side
 // A lid may bulge or sag by about this much: its top still counts as one.
 constexpr float kLidAllowanceMm = 12.0f;
+// The interquartile range of a top's heights, noise aside, stays under this
+// (a bulging lid spreads them by half its bulge).
+constexpr float kMaxTopSpreadMm = 10.0f;
 
 // Neighbours whose heights differ by more than this lie on different surfaces.
 float surface_jump(float z) { return 25.0f + 0.012f * z; }
@@ -240,6 +243,7 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
   const Extent& extent = region_extent_[region];
   const cv::Rect bounds(extent.u0, extent.v0, extent.u1 - extent.u0 + 1, extent.v1 - extent.v0 + 1);
   const int width = heights.cols;
+  const int n_pixels = static_cast<int>(heights.total());
   const float* h = heights.ptr<float>();
   int* labels = labels_.ptr<int>();
   float low = h[*pixels];
@@ -281,11 +285,27 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
     }
   }
   const int peak = *std::max_element(smoothed_.begin(), smoothed_.end());
+  // A top is a peak that stands out: from it, the counts fall to at most half
+  // of it on both sides before they rise higher. The heights of a side seen
+  // at a slant spread evenly, and the bumps their noise makes do not.
+  const auto stands_out = [&](int b) {
+    const int height = smoothed_[b];
+    // Beyond the histogram's ends the counts are zero.
+    const auto walk = [&](int step) {
+      int lowest = height;
+      int k = b + step;
+      for (; k >= 0 && k < bins && smoothed_[k] <= height; k += step) {
+        lowest = std::min(lowest, smoothed_[k]);
+      }
+      return (k < 0 || k >= bins) ? 0 : lowest;
+    };
+    return 2 * std::max(walk(-1), walk(+1)) <= height;
+  };
   modes_.clear();  // highest first
   for (int b = bins - 1; b >= 0; --b) {
     const bool local_max = (b + 1 >= bins || smoothed_[b] >= smoothed_[b + 1]) &&
                            (b == 0 || smoothed_[b] > smoothed_[b - 1]);
-    if (local_max && smoothed_[b] >= std::max(kMinFacePixels, peak / 10)) {
+    if (local_max && smoothed_[b] >= std::max(kMinFacePixels, peak / 10) && stands_out(b)) {
       modes_.push_back(low + (b + 0.5f) * kHistogramBinMm);
     }
   }
@@ -321,16 +341,39 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
       const Span piece = pieces_span_[k];
       if (piece.count < kMinFacePixels) continue;
       const int* first = piece_buffer_.data() + piece.start;
+      // A top is flat but for its noise and a lid's bulge; a piece of a side
+      // seen at a slant spreads evenly over the whole band.
+      std::vector<float>& sample = differences_;
+      sample.clear();
+      const int stride = piece.count / kMaxMedianSamples + 1;
+      for (int n = 0; n < piece.count; n += stride) sample.push_back(h[first[n]]);
+      const std::size_t q1 = sample.size() / 4;
+      const std::size_t q2 = sample.size() / 2;
+      const std::size_t q3 = sample.size() * 3 / 4;
+      std::nth_element(sample.begin(), sample.begin() + q2, sample.end());
+      const float median = sample[q2];
+      std::nth_element(sample.begin(), sample.begin() + q1, sample.begin() + q2);
+      std::nth_element(sample.begin() + q2, sample.begin() + q3, sample.end());
+      if (sample[q3] - sample[q1] > kMaxTopSpreadMm + 2.0f * noise) continue;
+      // Nor does a top change by more than its noise from pixel to pixel; a
+      // strip of a steep side does, and only its ends would lie in a band.
+      sample.clear();
+      for (int n = 0; n < piece.count; n += stride) {
+        const int i = first[n];
+        float step = 0.0f;
+        if ((i + 1) % width != 0 && !std::isnan(h[i + 1])) step = std::abs(h[i + 1] - h[i]);
+        if (i + width < n_pixels && !std::isnan(h[i + width])) {
+          step = std::max(step, std::abs(h[i + width] - h[i]));
+        }
+        sample.push_back(step);
+      }
+      std::nth_element(sample.begin(), sample.begin() + q2, sample.end());
+      if (sample[q2] > 3.0f * noise + 2.0f) continue;
       TopFace face;
       face.region = region;
       face.id = id_base_ + static_cast<int>(faces_.size());
       face.bounds = bounds_of(first, first + piece.count, width);
-      differences_.clear();
-      const int stride = piece.count / kMaxMedianSamples + 1;
-      for (int n = 0; n < piece.count; n += stride) differences_.push_back(h[first[n]]);
-      std::nth_element(differences_.begin(), differences_.begin() + differences_.size() / 2,
-                       differences_.end());
-      face.height_mm = differences_[differences_.size() / 2];
+      face.height_mm = median;
       face.noise_mm = noise;
       face_spans_.push_back({static_cast<int>(face_buffer_.size()), piece.count});
       face_buffer_.insert(face_buffer_.end(), first, first + piece.count);

@@ -123,11 +123,11 @@ INSTANTIATE_TEST_SUITE_P(
         // Every command that measures takes an engine by name.
         UsageCase{"unknown_engine_measure",
                   {"measure", "--engine", "exact", "x.raw"},
-                  "--engine: unknown engine 'exact' (known: station, precise)"},
+                  "--engine: unknown engine 'exact' (known: precise, station)"},
         UsageCase{
-            "unknown_engine_live", {"live", "--engine", "Station"}, "(known: station, precise)"},
+            "unknown_engine_live", {"live", "--engine", "Station"}, "(known: precise, station)"},
         UsageCase{
-            "unknown_engine_evaluate", {"evaluate", "--engine", ""}, "(known: station, precise)"}),
+            "unknown_engine_evaluate", {"evaluate", "--engine", ""}, "(known: precise, station)"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CliTest, ASimulatedFrameIsMeasuredAsItsGroundTruthWithOneJsonObjectPerFile) {
@@ -162,19 +162,29 @@ TEST_F(CliTest, ASimulatedFrameIsMeasuredAsItsGroundTruthWithOneJsonObjectPerFil
   ASSERT_EQ(result["corners_px"].size(), 4u);
   EXPECT_EQ(result["corners_px"][0].size(), 2u);
   EXPECT_GT(result["elapsed_ms"].get<double>(), 0.0);
-  EXPECT_NE(r.err.find("box_height: "), std::string::npos) << "the stages' lines go to stderr";
+  EXPECT_EQ(result["engine"], "precise") << "the default engine";
+  ASSERT_EQ(result["boxes"].size(), 1u);
+  EXPECT_EQ(result["boxes"][0]["status"], "measured");
+  EXPECT_EQ(result["boxes"][0]["length_mm"], result["length_mm"]);
 
-  // The seed replaces the clock in both random generators, which otherwise
+  // The station engine's stages write their lines to stderr; the seed
+  // replaces the clock in both its random generators, which otherwise
   // changes only once a second.
-  EXPECT_EQ(run({"measure", "--json", "--seed", "1", frame}).err, r.err);
-  EXPECT_NE(run({"measure", "--json", "--seed", "2", frame}).err, r.err);
+  const CliRun station = run({"measure", "--json", "--engine", "station", "--seed", "1", frame});
+  EXPECT_EQ(nlohmann::json::parse(station.out)["engine"], "station");
+  EXPECT_NE(station.err.find("box_height: "), std::string::npos) << "the stages' lines";
+  EXPECT_EQ(run({"measure", "--json", "--engine", "station", "--seed", "1", frame}).err,
+            station.err);
+  EXPECT_NE(run({"measure", "--json", "--engine", "station", "--seed", "2", frame}).err,
+            station.err);
 }
 
 TEST_F(CliTest, WithoutJsonTheLogGoesToStandardOutputAndAnnotationsNameTheFile) {
   const std::string frame = simulate("scene-a.raw");
   const std::string blank = dir.file("scene-b.raw");
   write_bytes(blank, std::string(614400, '\0'));
-  const CliRun r = run({"measure", "--annotate", dir.file("pictures"), frame, blank});
+  const CliRun r =
+      run({"measure", "--engine", "station", "--annotate", dir.file("pictures"), frame, blank});
   EXPECT_EQ(r.status, 1);
   const auto lines = lines_of(r.out);
   ASSERT_GE(lines.size(), 2u) << r.out;
@@ -198,6 +208,41 @@ TEST_F(CliTest, WithoutJsonTheLogGoesToStandardOutputAndAnnotationsNameTheFile) 
   ASSERT_EQ(failed.size(), cv::Size(640, 480));
   EXPECT_EQ(red_pixels(failed), 0);
   EXPECT_EQ(failed.at<cv::Vec3b>(240, 320 + 12), cv::Vec3b(0, 255, 0)) << "centre marker";
+}
+
+// The precise engine draws every box in the colour of its status with its
+// dimensions; a frame without boxes stays the depth picture alone.
+TEST_F(CliTest, PreciseAnnotationsDrawEveryBoxInTheColourOfItsStatus) {
+  const std::string frame = dir.file("three.raw");
+  SceneParameters scene = testing::standard_scene();
+  scene.camera_height_mm = 1300.0f;
+  scene.other_boxes = {FloorBox{300, 200, 150, {-430, 150}, 20, {}},
+                       FloorBox{45, 40, 100, {300, -250}, 0, {}}};
+  write_file(frame, raw_depth_bytes(render_scene(scene).depth));
+  const std::string blank = dir.file("blank.raw");
+  write_bytes(blank, std::string(614400, '\0'));
+  const CliRun r = run({"measure", "--annotate", dir.file("pictures"), frame, blank});
+  EXPECT_EQ(r.status, 1) << r.err;
+  EXPECT_EQ(r.err, "");
+  const auto lines = lines_of(r.out);
+  ASSERT_EQ(lines.size(), 2u) << r.out;
+  EXPECT_NE(lines[0].find("; 3 boxes in view, 2 measured"), std::string::npos) << lines[0];
+  EXPECT_EQ(lines[1].rfind(blank + ": not measured (floor failed)", 0), 0u) << lines[1];
+
+  const auto pixels_of = [](const cv::Mat& picture, cv::Scalar colour) {
+    cv::Mat hit;
+    cv::inRange(picture, colour, colour, hit);
+    return cv::countNonZero(hit);
+  };
+  const cv::Scalar measured(60, 200, 60);
+  const cv::Scalar too_small(160, 160, 160);
+  const cv::Mat boxes = cv::imread(dir.file("pictures/three.png"));
+  ASSERT_EQ(boxes.size(), cv::Size(640, 480));
+  EXPECT_GT(pixels_of(boxes, measured), 400) << "two outlines and their dimensions";
+  EXPECT_GT(pixels_of(boxes, too_small), 20);
+  const cv::Mat empty = cv::imread(dir.file("pictures/blank.png"));
+  ASSERT_EQ(empty.size(), cv::Size(640, 480));
+  EXPECT_EQ(pixels_of(empty, measured) + pixels_of(empty, too_small), 0);
 }
 
 // Rows name files in the test's folder; "{box}" is a rendered frame there.
@@ -504,8 +549,8 @@ TEST_F(CliTest, EvaluateReportsOneFamilyAndWritesItsScenesAndPlot) {
   ASSERT_GE(table.size(), 5u) << r.out;
   EXPECT_EQ(table[2].rfind("family", 0), 0u) << table[2];
   // Every engine measures every scene, side by side.
-  EXPECT_TRUE(std::regex_search(table[4], std::regex("^tilted +station +2 "))) << table[4];
-  EXPECT_TRUE(std::regex_search(table[5], std::regex("^ +precise +2 "))) << table[5];
+  EXPECT_TRUE(std::regex_search(table[4], std::regex("^tilted +precise +2 "))) << table[4];
+  EXPECT_TRUE(std::regex_search(table[5], std::regex("^ +station +2 "))) << table[5];
   EXPECT_EQ(r.out.find("top-down"), std::string::npos) << "only the family asked for";
   EXPECT_NE(r.err.find("2/2"), std::string::npos) << "progress on standard error";
 
@@ -516,8 +561,8 @@ TEST_F(CliTest, EvaluateReportsOneFamilyAndWritesItsScenesAndPlot) {
     return std::count(row.begin(), row.end(), ',');
   };
   for (const std::string& row : rows) EXPECT_EQ(columns(row), columns(rows[0])) << row;
-  EXPECT_EQ(rows[1].rfind("tilted,1,station,", 0), 0u) << rows[1];
-  EXPECT_EQ(rows[2].rfind("tilted,1,precise,", 0), 0u) << rows[2];
+  EXPECT_EQ(rows[1].rfind("tilted,1,precise,", 0), 0u) << rows[1];
+  EXPECT_EQ(rows[2].rfind("tilted,1,station,", 0), 0u) << rows[2];
 
   const cv::Mat plot = cv::imread(dir.file("errors.png"));
   ASSERT_FALSE(plot.empty());

@@ -99,13 +99,14 @@ TEST(StationEngine, MeasuresARenderedSequenceExactlyAsTheDriverCalledByHand) {
 }
 
 TEST(EngineFactory, CreatesEachKnownEngineByNameAndNamesTheKnownOnesForAnyOther) {
-  EXPECT_EQ(engine_names(), (std::vector<std::string>{"station", "precise"}));
+  EXPECT_EQ(engine_names(), (std::vector<std::string>{"precise", "station"}));
+  EXPECT_EQ(default_engine_name(), "precise");
   for (const std::string& name : engine_names()) EXPECT_EQ(create_engine(name)->name(), name);
   try {
     create_engine("Precise");
     FAIL() << "an unknown engine was created";
   } catch (const UnknownEngine& e) {
-    EXPECT_STREQ(e.what(), "unknown engine 'Precise' (known: station, precise)");
+    EXPECT_STREQ(e.what(), "unknown engine 'Precise' (known: precise, station)");
   }
 }
 

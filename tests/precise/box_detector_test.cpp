@@ -117,6 +117,49 @@ TEST(BoxDetector, TheHeightIsTheTopsHighestPointAndASaggingLidDoesNotLowerIt) {
   }
 }
 
+struct SidesCase {
+  std::string name;
+  SceneParameters scene;
+  std::size_t detections;  // one per box whose top is in view
+};
+
+void PrintTo(const SidesCase& c, std::ostream* os) { *os << c.name; }
+
+std::vector<SidesCase> sides_cases() {
+  SceneParameters small_beside = standard();
+  small_beside.camera_height_mm = 1300.0f;
+  small_beside.other_boxes = {FloorBox{300, 200, 150, {-430, 150}, 20, {}},
+                              FloorBox{45, 40, 100, {300, -250}, 0, {}}};
+  // Tall, dark and near the image's corner: mostly its sides are in view.
+  SceneParameters tower = with(standard(), 277, 179, 354);
+  tower.camera_height_mm = 1600.0f;
+  tower.tilt_deg = 4.7f;
+  tower.roll_deg = 4.6f;
+  tower.yaw_deg = 69.0f;
+  tower.offset_mm = {788.0f, -551.0f};
+  tower.top.dark = true;
+  tower.noise = {2.0f, 0.2f, 0.005f};
+  return {{"a_small_box_beside_two_others", small_beside, 3}, {"a_tower_in_the_corner", tower, 1}};
+}
+
+class DetectorSidesTest : public ::testing::TestWithParam<SidesCase> {};
+
+// The sides of a box seen at a slant hold every height from its top down to
+// the floor; no band of them is a top of its own.
+TEST_P(DetectorSidesTest, SidesSeenAtASlantAreNoBoxes) {
+  const SidesCase& c = GetParam();
+  const RenderedScene rendered = render_scene(c.scene);
+  BoxDetector detector = fixed_seed_detector();
+  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, c.scene.intrinsics);
+  EXPECT_EQ(fits.size(), c.detections);
+  for (const BoxFit& fit : fits) {
+    EXPECT_NE(fit.status, BoxStatus::kIrregular) << fit.reason << " at " << fit.centre_px;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenes, DetectorSidesTest, ::testing::ValuesIn(sides_cases()),
+                         [](const auto& info) { return info.param.name; });
+
 struct FloorCase {
   std::string name;
   float tilt_deg;
