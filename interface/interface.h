@@ -78,7 +78,8 @@ class Interface {
   // millimetres, row after row, 0 where the camera saw nothing; rows are
   // `row_stride` samples apart (0: width). Returns the number of detections,
   // or -1 when the image cannot be used (a null pointer, a size out of range,
-  // intrinsics that are not usable), with the reason in LastProblem().
+  // focal lengths outside 0.1 to 10 times the width, a principal point far
+  // from the image), with the reason in LastProblem().
   virtual int Detect(const std::uint16_t* depth, int width, int height, int row_stride = 0) = 0;
   // The last Detect's detections; false for an index out of range.
   virtual int DetectionCount() const = 0;

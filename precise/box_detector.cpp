@@ -8,13 +8,14 @@ namespace boxdim::precise {
 
 namespace {
 
-// Rays through the image need a positive focal length and a principal point
-// that is a number near the image (a camera's lies inside it).
+// Rays through the image need focal lengths that a lens can have (0.1 to 10
+// times the image's width, in pixels) and a principal point near the image
+// (a camera's lies inside it).
 bool usable(const CameraIntrinsics& k, cv::Size size) {
+  const float width = static_cast<float>(size.width);
   const float reach = 4.0f * static_cast<float>(std::max(size.width, size.height));
-  return std::isfinite(k.fx) && std::isfinite(k.fy) && k.fx > 0.0f && k.fy > 0.0f &&
-         std::isfinite(k.cx) && std::isfinite(k.cy) && std::abs(k.cx) < reach &&
-         std::abs(k.cy) < reach;
+  const auto lens = [width](float f) { return f >= 0.1f * width && f <= 10.0f * width; };
+  return lens(k.fx) && lens(k.fy) && std::abs(k.cx) < reach && std::abs(k.cy) < reach;
 }
 
 }  // namespace

@@ -66,6 +66,7 @@ const std::vector<HostileCase>& hostile_cases() {
       {"infinite_focal_length", vga, box, {kInf, kInf, 323.0f, 231.0f}, O::kFails},
       {"negative_focal_length", vga, box, {-506.0f, -506.0f, 323.0f, 231.0f}, O::kEither},
       {"principal_point_far_away", vga, box, {506.0f, 506.0f, 1e30f, -1e30f}, O::kFails},
+      {"focal_lengths_no_lens_has", vga, box, {4e-6f, 2.5e8f, 0.0f, 0.0f}, O::kFails},
       {"one_pixel", {1, 1}, saturated, kDefaultIntrinsics, O::kFails},
       {"one_row", {1024, 1}, one_valid_pixel, kDefaultIntrinsics, O::kFails},
       {"one_column", {1, 1024}, saturated, kDefaultIntrinsics, O::kFails},
