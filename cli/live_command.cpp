@@ -65,12 +65,13 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
 
   long long measured = 0;
   std::map<int, long long> frames_of_camera;
+  MeasurementResult result;  // its buffers reused from frame to frame
   try {
     cameras.start();
     while (!options.frames || measured < *options.frames) {
       const std::optional<DepthFrame> frame = cameras.next();
       if (!frame) break;
-      const MeasurementResult result = engines.of(frame->camera_id).measure(*frame);
+      engines.of(frame->camera_id).measure_into(*frame, result);
       const long long number = ++frames_of_camera[frame->camera_id];
       ++measured;
       write_line(out,

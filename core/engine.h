@@ -35,6 +35,11 @@ class Engine {
   virtual std::string name() const = 0;
   // Measures the frame as the next one of its camera.
   virtual MeasurementResult measure(const DepthFrame& frame) = 0;
+  // The same into a result kept from frame to frame, whose buffers an engine
+  // may reuse, so that a camera running all day allocates nothing per frame.
+  virtual void measure_into(const DepthFrame& frame, MeasurementResult& result) {
+    result = measure(frame);
+  }
 };
 
 }  // namespace boxdim

@@ -11,29 +11,38 @@ PreciseEngine::PreciseEngine(const EngineContext& context)
     : detector_(context.seed_clock), draw_pictures_(context.draw_pictures) {}
 
 MeasurementResult PreciseEngine::measure(const DepthFrame& frame) {
-  CV_Assert(frame.depth.type() == CV_16UC1);
   MeasurementResult result;
+  measure_into(frame, result);
+  return result;
+}
+
+void PreciseEngine::measure_into(const DepthFrame& frame, MeasurementResult& result) {
+  CV_Assert(frame.depth.type() == CV_16UC1);
+  const auto start = std::chrono::steady_clock::now();
   result.camera_id = frame.camera_id;
   result.timestamp_us = frame.timestamp_us;
-  const auto start = std::chrono::steady_clock::now();
+  result.primary.reset();
 
   const std::vector<precise::BoxFit>& fits = detector_.detect(frame.depth, frame.intrinsics);
   const cv::Point2f image_centre(0.5f * (frame.depth.cols - 1), 0.5f * (frame.depth.rows - 1));
   std::optional<std::size_t> nearest_any;
   double nearest_any_distance = 0.0;
   double primary_distance = 0.0;
-  for (const precise::BoxFit& fit : fits) {
-    BoxMeasurement box;
+  // Each box written over the one the result held at its place, keeping its
+  // corner lists.
+  result.boxes.resize(fits.size());
+  for (std::size_t index = 0; index < fits.size(); ++index) {
+    const precise::BoxFit& fit = fits[index];
+    BoxMeasurement& box = result.boxes[index];
     box.status = fit.status;
-    if (fit.status == BoxStatus::kMeasured) {
-      box.dimensions = {fit.length_mm, fit.width_mm, fit.height_mm};
-    }
+    box.dimensions = fit.status == BoxStatus::kMeasured
+                         ? BoxDimensions{fit.length_mm, fit.width_mm, fit.height_mm}
+                         : BoxDimensions{};
     box.corners_px.assign(fit.corners_px.begin(), fit.corners_px.end());
     box.corners_mm.assign(fit.corners_mm.begin(), fit.corners_mm.end());
     box.centre_px = fit.centre_px;
+    box.track_id.reset();
     box.confidence = fit.confidence;
-    result.boxes.push_back(box);
-    const std::size_t index = result.boxes.size() - 1;
     const double distance = cv::norm(fit.centre_px - image_centre);
     if (fit.status == BoxStatus::kMeasured && (!result.primary || distance < primary_distance)) {
       result.primary = index;
@@ -44,21 +53,28 @@ MeasurementResult PreciseEngine::measure(const DepthFrame& frame) {
       nearest_any_distance = distance;
     }
   }
-  if (!result.primary) {
+  if (result.primary) {
+    result.failure.reset();
+  } else {
+    if (!result.failure) result.failure.emplace();
     if (nearest_any) {
       const precise::BoxFit& fit = fits[*nearest_any];
-      result.failure = StageFailure{box_status_name(fit.status), fit.reason};
+      result.failure->stage = box_status_name(fit.status);
+      result.failure->message = fit.reason;
     } else {
-      const char* stage = detector_.intrinsics_unusable() ? "intrinsics"
-                          : detector_.floor()             ? "detection"
-                                                          : "floor";
-      result.failure = StageFailure{stage, detector_.problem()};
+      result.failure->stage = detector_.intrinsics_unusable() ? "intrinsics"
+                              : detector_.floor()             ? "detection"
+                                                              : "floor";
+      result.failure->message = detector_.problem();
     }
   }
-  if (draw_pictures_) result.picture = draw_boxes(frame.depth, result);
+  if (draw_pictures_) {
+    result.picture = draw_boxes(frame.depth, result);
+  } else {
+    result.picture.release();
+  }
   result.elapsed_ms =
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-  return result;
 }
 
 }  // namespace boxdim

@@ -21,6 +21,7 @@ class PreciseEngine : public Engine {
   // ("intrinsics", "floor", "detection" or the status of the box nearest the
   // centre) and a message.
   MeasurementResult measure(const DepthFrame& frame) override;
+  void measure_into(const DepthFrame& frame, MeasurementResult& result) override;
 
  private:
   precise::BoxDetector detector_;

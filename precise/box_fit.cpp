@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "precise/binary_morphology.h"
+#include "precise/min_area_rectangle.h"
 
 namespace boxdim::precise {
 
@@ -41,6 +42,48 @@ void for_each_set_pixel(const cv::Mat1b& mask, Visit visit) {
       std::uint64_t eight = 0;
       while (u + 8 <= mask.cols && (std::memcpy(&eight, row + u, 8), eight == 0)) u += 8;
       if (u < mask.cols && row[u]) visit(u, v);
+    }
+  }
+}
+
+// Where row y crosses a convex polygon: the columns from x0 to x1.
+bool convex_span(const std::array<cv::Point2f, 4>& polygon, float y, float& x0, float& x1) {
+  bool crossed = false;
+  for (int i = 0; i < 4; ++i) {
+    const cv::Point2f& a = polygon[i];
+    const cv::Point2f& b = polygon[(i + 1) % 4];
+    if ((y < a.y && y < b.y) || (y > a.y && y > b.y)) continue;
+    const float x = a.y == b.y ? std::min(a.x, b.x) : a.x + (y - a.y) * (b.x - a.x) / (b.y - a.y);
+    const float x_end = a.y == b.y ? std::max(a.x, b.x) : x;
+    x0 = crossed ? std::min(x0, x) : x;
+    x1 = crossed ? std::max(x1, x_end) : x_end;
+    crossed = true;
+  }
+  return crossed;
+}
+
+// Calls visit(u, v) for each pixel of a `size` image whose centre lies in the
+// convex `outer` polygon but not in `inner`, row by row.
+template <typename Visit>
+void for_each_ring_pixel(const std::array<cv::Point2f, 4>& outer,
+                         const std::array<cv::Point2f, 4>& inner, cv::Size size, Visit visit) {
+  for (int v = 0; v < size.height; ++v) {
+    float x0, x1, hole0, hole1;
+    if (!convex_span(outer, static_cast<float>(v), x0, x1)) continue;
+    const int u0 = std::max(0, static_cast<int>(std::ceil(x0)));
+    const int u1 = std::min(size.width - 1, static_cast<int>(std::floor(x1)));
+    int skip0 = u1 + 1;
+    int skip1 = u1;
+    if (convex_span(inner, static_cast<float>(v), hole0, hole1)) {
+      skip0 = static_cast<int>(std::ceil(hole0));
+      skip1 = static_cast<int>(std::floor(hole1));
+    }
+    for (int u = u0; u <= u1; ++u) {
+      if (u >= skip0 && u <= skip1) {
+        u = skip1;
+        continue;
+      }
+      visit(u, v);
     }
   }
 }
@@ -317,26 +360,35 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
     return true;
   };
 
-  // A first rectangle around the top's outline.
-  buffers.contours.clear();
-  cv::findContours(face_mask, buffers.contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
+  // A first rectangle around the top's outline. Its hull is all that counts,
+  // and every corner of the hull is a row's first or last pixel on the top;
+  // the view onto the plane keeps straight lines straight.
   buffers.outline.clear();
-  for (const std::vector<cv::Point>& contour : buffers.contours) {
-    for (const cv::Point& c : contour) {
+  for (int v = 0; v < face_mask.rows; ++v) {
+    const std::uint8_t* row = face_mask[v];
+    int first = 0;
+    while (first < face_mask.cols && !row[first]) ++first;
+    if (first == face_mask.cols) continue;
+    int last = face_mask.cols - 1;
+    while (!row[last]) --last;
+    for (const int u : {first, last}) {
       cv::Point2f q;
-      if (on_plane(float(c.x + roi.x), float(c.y + roi.y), q)) buffers.outline.push_back(q);
+      if (on_plane(float(u + roi.x), float(v + roi.y), q)) buffers.outline.push_back(q);
     }
   }
-  if (buffers.outline.size() < 10) {
+  const std::optional<AreaRectangle> first =
+      buffers.outline.size() < 6  // three rows
+          ? std::nullopt
+          : min_area_rectangle(buffers.outline, buffers.sorted, buffers.hull);
+  if (!first) {
     fit.reason = "too few pixels on the top";
     return fit;
   }
-  const cv::RotatedRect first = cv::minAreaRect(buffers.outline);
   Rectangle rect;
-  rect.centre = first.center;
-  rect.angle = first.angle * static_cast<float>(CV_PI / 180.0);
-  rect.half[0] = 0.5f * first.size.width;
-  rect.half[1] = 0.5f * first.size.height;
+  rect.centre = first->centre;
+  rect.angle = first->angle;
+  rect.half[0] = first->half[0];
+  rect.half[1] = first->half[1];
 
   // The pixels that can matter for the edges: a ring around the first
   // rectangle's outline in the image, wider than the band the edges are
@@ -347,17 +399,17 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   // Corners behind the camera or beyond any image (a wild fit on a hostile
   // frame) leave nothing to fill.
   const float reach = 4.0f * static_cast<float>(std::max(width, heights.rows));
-  const auto outline_in_image = [&](float grow) -> std::optional<std::array<cv::Point, 4>> {
+  const auto outline_in_image = [&](float grow) -> std::optional<std::array<cv::Point2f, 4>> {
     Rectangle grown = rect;
     grown.half[0] = std::max(0.0f, rect.half[0] + grow);
     grown.half[1] = std::max(0.0f, rect.half[1] + grow);
-    std::array<cv::Point, 4> outline;
+    std::array<cv::Point2f, 4> outline;
     for (int i = 0; i < 4; ++i) {
       const cv::Vec3f p = basis.point(grown.corner(i));
       if (!(p[2] > 1.0f)) return std::nullopt;
       const cv::Point2f px = point_to_pixel(cv::Point3f(p[0], p[1], p[2]), k);
       if (!(std::abs(px.x) < reach && std::abs(px.y) < reach)) return std::nullopt;
-      outline[i] = cv::Point(cvRound(px.x) - roi.x, cvRound(px.y) - roi.y);
+      outline[i] = px - cv::Point2f(static_cast<float>(roi.x), static_cast<float>(roi.y));
     }
     return outline;
   };
@@ -367,10 +419,6 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
     fit.reason = "the top's outline does not lie in front of the camera";
     return fit;
   }
-  cv::Mat1b ring_mask = view_of_size(buffers.ring_pixels, roi.size());
-  ring_mask.setTo(0);
-  cv::fillConvexPoly(ring_mask, outer->data(), 4, 255);
-  cv::fillConvexPoly(ring_mask, inner->data(), 4, 0);
   auto& ring = buffers.ring;
   ring.clear();
   const auto same_region = [&](int v, int u) {
@@ -378,7 +426,7 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
     const int label = frame.regions(v, u);
     return label == face.region || label == -2 - face.region;
   };
-  for_each_set_pixel(ring_mask, [&](int u, int v) {
+  for_each_ring_pixel(*outer, *inner, roi.size(), [&](int u, int v) {
     FitBuffers::RingPixel r;
     if (!on_plane(float(u + roi.x), float(v + roi.y), r.q)) return;
     r.h = heights(v + roi.y, u + roi.x);

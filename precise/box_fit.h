@@ -96,8 +96,8 @@ class EdgeCounts {
 // Buffers a fit reuses from box to box and frame to frame.
 struct FitBuffers {
   // Canvases of the largest region so far; a fit uses views of its own size.
-  cv::Mat1b face, rim, inner, ring_pixels, morphology;
-  std::vector<std::vector<cv::Point>> contours;
+  cv::Mat1b face, rim, inner, morphology;
+  std::vector<cv::Point2f> sorted, hull;  // for the first rectangle
   // A pixel near the outline: its ray on the top's plane (in-plane mm), its
   // height, whether it is on the top, and where it stands on the plane when
   // it may be a point of a side.

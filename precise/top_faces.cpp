@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <opencv2/imgproc.hpp>
 
 #include "precise/frame_points.h"
 
@@ -237,6 +236,76 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
   return faces_;
 }
 
+int TopFaceFinder::label_pieces(const int* pixels, const int* pixels_end, int width) {
+  const unsigned char* band = band_.ptr<unsigned char>();
+  int* pieces = pieces_.ptr<int>();
+  // The band's pixels as runs along the rows, in scan order.
+  runs_.clear();
+  for (const int* p = pixels; p != pixels_end; ++p) {
+    const int i = *p;
+    if (!band[i]) continue;
+    const int v = i / width;
+    const int u = i - v * width;
+    if (!runs_.empty() && runs_.back().v == v && runs_.back().u1 + 1 == u) {
+      runs_.back().u1 = u;
+    } else {
+      const int n = static_cast<int>(runs_.size());
+      runs_.push_back(Run{v, u, u, n});
+    }
+  }
+  const auto root = [this](int r) {
+    while (runs_[r].parent != r) {
+      runs_[r].parent = runs_[runs_[r].parent].parent;
+      r = runs_[r].parent;
+    }
+    return r;
+  };
+  // Each run joined to the runs of the row above that it touches, across
+  // corners too; a piece's root is its first run.
+  const int n_runs = static_cast<int>(runs_.size());
+  int row_start = 0;
+  int above_begin = 0;  // the row above's runs: [above_begin, above_end)
+  int above_end = 0;
+  for (int r = 0; r < n_runs; ++r) {
+    const Run& run = runs_[r];
+    if (r > 0 && runs_[r - 1].v != run.v) {
+      const bool row_above = runs_[r - 1].v == run.v - 1;
+      above_begin = row_above ? row_start : r;
+      above_end = r;
+      row_start = r;
+    }
+    while (above_begin < above_end && runs_[above_begin].u1 < run.u0 - 1) ++above_begin;
+    for (int k = above_begin; k < above_end && runs_[k].u0 <= run.u1 + 1; ++k) {
+      const int a = root(r);
+      const int b = root(k);
+      if (a != b) runs_[std::max(a, b)].parent = std::min(a, b);
+    }
+  }
+  // Labels 1, 2, ... in the order of the pieces' first pixels, as
+  // cv::connectedComponents numbers them; 0 for the region's other pixels.
+  int count = 1;
+  for (int r = 0; r < n_runs; ++r) {
+    const int top = root(r);
+    runs_[r].label = top == r ? count++ : runs_[top].label;
+  }
+  int r = 0;
+  int left_in_run = n_runs > 0 ? runs_[0].u1 - runs_[0].u0 + 1 : 0;
+  for (const int* p = pixels; p != pixels_end; ++p) {
+    const int i = *p;
+    if (!band[i]) {
+      pieces[i] = 0;
+      continue;
+    }
+    if (left_in_run == 0) {
+      ++r;
+      left_in_run = runs_[r].u1 - runs_[r].u0 + 1;
+    }
+    pieces[i] = runs_[r].label;
+    --left_in_run;
+  }
+  return count;
+}
+
 void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_faces) {
   const int* pixels = region_buffer_.data() + regions_[region].start;
   const int* pixels_end = pixels + regions_[region].count;
@@ -322,8 +391,7 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
       const int i = *p;
       if (labels[i] == region && std::abs(h[i] - mode) <= half_band) band[i] = 255;
     }
-    cv::Mat pieces_in_bounds = pieces_(bounds);
-    const int count = cv::connectedComponents(band_(bounds), pieces_in_bounds, 8, CV_32S);
+    const int count = label_pieces(pixels, pixels_end, width);
     // Each piece's pixels, in order, back to back; piece 0 holds the rest.
     pieces_span_.assign(count, Span{});
     count_by_key(pixels, pixels_end, pieces, pieces_span_);

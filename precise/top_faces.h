@@ -39,6 +39,9 @@ class TopFaceFinder {
  private:
   int root(int i);
   void split_region(int region, const cv::Mat1f& heights, int max_faces);
+  // The 8-connected pieces of the band among a region's pixels, into
+  // pieces_; returns their number plus one (label 0: not in the band).
+  int label_pieces(const int* pixels, const int* pixels_end, int width);
 
   // Pixel lists live back to back in one buffer each, so that nothing is
   // allocated once the buffers have grown: a list is a start and a count.
@@ -48,6 +51,11 @@ class TopFaceFinder {
   };
   struct Extent {
     int u0, v0, u1, v1;
+  };
+  // Band pixels u0..u1 of row v; parent and label while labelling pieces.
+  struct Run {
+    int v, u0, u1, parent;
+    int label = 0;
   };
 
   std::vector<int> parent_;
@@ -63,8 +71,9 @@ class TopFaceFinder {
   std::vector<float> differences_;
   std::vector<int> order_;
   cv::Mat1b band_;    // full frame; only a region's bounds are used
-  cv::Mat1i pieces_;  // full frame, likewise
+  cv::Mat1i pieces_;  // full frame, likewise: each band pixel's piece
   cv::Mat1i face_ids_;
+  std::vector<Run> runs_;
   std::vector<Span> pieces_span_;
   std::vector<int> piece_buffer_;
   std::vector<int> piece_face_;

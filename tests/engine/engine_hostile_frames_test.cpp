@@ -49,7 +49,9 @@ TEST_P(EngineHostileFrameTest, EndsAsAFailedFrameOrAResultAndSpoilsNothingAfter)
     ASSERT_NE(result.primary_box(), nullptr) << log.str();
     EXPECT_NEAR(result.primary_box()->dimensions.box_length, 400.0f, 3.0f);
   }
-  if (!result.picture.empty()) EXPECT_EQ(result.picture.size(), c.size);
+  if (!result.picture.empty()) {
+    EXPECT_EQ(result.picture.size(), c.size);
+  }
 
   frame.depth = render_scene(testing::standard_scene()).depth;
   frame.intrinsics = CameraIntrinsics{};

@@ -44,8 +44,9 @@ TEST_P(TopFacesTest, EachTopIsOneFaceWithAllItsPixels) {
   for (int pass = 0; pass < 2; ++pass) {
     std::vector<TopFace> faces = finder.find(heights, above, depth, 99);
     ASSERT_EQ(faces.size(), c.faces.size()) << "pass " << pass;
-    std::sort(faces.begin(), faces.end(),
-              [](const TopFace& a, const TopFace& b) { return a.height_mm > b.height_mm; });
+    std::sort(faces.begin(), faces.end(), [](const TopFace& a, const TopFace& b) {
+      return a.height_mm > b.height_mm || (a.height_mm == b.height_mm && a.bounds.x < b.bounds.x);
+    });
     for (std::size_t f = 0; f < faces.size(); ++f) {
       EXPECT_EQ(faces[f].bounds, c.faces[f].bounds) << "face " << f;
       EXPECT_EQ(faces[f].pixel_count, c.faces[f].pixels) << "face " << f;
@@ -77,6 +78,32 @@ INSTANTIATE_TEST_SUITE_P(
                   {80, 40},
                   {{{10, 10, 30, 20}, 300}, {{40, 10, 30, 20}, 150}},
                   {{{10, 10, 30, 20}, 600, 300}, {{40, 10, 30, 20}, 600, 150}}},
+        // Two tops on a block a little lower, which joins them into one
+        // region: two tops at one height, and the block's.
+        FacesCase{"two_tops_joined_by_a_lower_one",
+                  {90, 40},
+                  {{{5, 5, 80, 30}, 170}, {{10, 10, 20, 20}, 200}, {{60, 10, 20, 20}, 200}},
+                  {{{10, 10, 20, 20}, 400, 200},
+                   {{60, 10, 20, 20}, 400, 200},
+                   {{5, 5, 80, 30}, 2400 - 800, 170}}},
+        // Touching at a corner only: two tops, as a top's pixels join along
+        // their sides, never across a corner alone.
+        FacesCase{"touching_at_a_corner",
+                  {60, 40},
+                  {{{5, 5, 10, 10}, 200}, {{15, 15, 10, 10}, 200}},
+                  {{{5, 5, 10, 10}, 100, 200}, {{15, 15, 10, 10}, 100, 200}}},
+        // The two arms of a U meet only at its bottom, rows after they begin.
+        FacesCase{"a_u_shaped_top",
+                  {60, 40},
+                  {{{10, 10, 30, 20}, 200}, {{18, 10, 14, 14}, 0}},
+                  {{{10, 10, 30, 20}, 404, 200}}},
+        // On a lower block, two tops meeting at a corner are one top: the
+        // block joins them into one region, and within it a top's pixels
+        // join across corners.
+        FacesCase{"touching_at_a_corner_on_a_block",
+                  {60, 40},
+                  {{{5, 5, 40, 30}, 170}, {{10, 10, 10, 10}, 200}, {{20, 20, 10, 10}, 200}},
+                  {{{10, 10, 20, 20}, 200, 200}, {{5, 5, 40, 30}, 1000, 170}}},
         // Too few pixels to be a top.
         FacesCase{"a_speck", {40, 30}, {{{10, 10, 4, 4}, 200}}, {}}),
     [](const auto& info) { return info.param.name; });
