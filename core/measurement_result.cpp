@@ -16,4 +16,16 @@ const char* box_status_name(BoxStatus status) {
   return "unknown";
 }
 
+const char* track_event_name(TrackEventKind kind) {
+  switch (kind) {
+    case TrackEventKind::kPlaced:
+      return "placed";
+    case TrackEventKind::kMeasured:
+      return "measured";
+    case TrackEventKind::kRemoved:
+      return "removed";
+  }
+  return "unknown";
+}
+
 }  // namespace boxdim

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/geometry.h"
+#include "core/track_event.h"
 
 namespace boxdim {
 
@@ -33,8 +34,9 @@ struct BoxMeasurement {
   std::vector<cv::Point2f> corners_px;
   std::vector<cv::Point3f> corners_mm;
   cv::Point2f centre_px;
-  std::optional<int> track_id;      // when an engine follows boxes from frame to frame
-  std::optional<float> confidence;  // 0 to 1, when an engine grades its boxes
+  std::optional<int> track_id;        // when an engine follows boxes from frame to frame
+  std::optional<FusedReading> fused;  // its track's reading, once measured in a frame
+  std::optional<float> confidence;    // 0 to 1, when an engine grades its boxes
 };
 
 // Why a frame gave no measured box: the stage that gave up (a stable code,
@@ -50,6 +52,7 @@ struct MeasurementResult {
   std::vector<BoxMeasurement> boxes;
   std::optional<std::size_t> primary;   // index into boxes
   std::optional<StageFailure> failure;  // set when no box was measured
+  std::vector<TrackEvent> events;       // what this frame changed, when an engine tracks
   double elapsed_ms = 0.0;
   cv::Mat picture;  // 8-bit BGR: the frame with the result drawn on it
 

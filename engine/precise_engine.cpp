@@ -24,6 +24,19 @@ void PreciseEngine::measure_into(const DepthFrame& frame, MeasurementResult& res
   result.primary.reset();
 
   const std::vector<precise::BoxFit>& fits = detector_.detect(frame.depth, frame.intrinsics);
+  sightings_.resize(fits.size());
+  for (std::size_t i = 0; i < fits.size(); ++i) {
+    tracking::Sighting& sighting = sightings_[i];
+    sighting.status = fits[i].status;
+    sighting.centre_mm = fits[i].centre_mm;
+    sighting.dimensions = {fits[i].length_mm, fits[i].width_mm, fits[i].height_mm};
+    sighting.corners_px = fits[i].corners_px;
+  }
+  // A frame gives at most two events per track (placed and measured, or
+  // removed): room for them once, so that no later frame allocates.
+  result.events.clear();
+  result.events.reserve(2 * tracking::BoxTracker::kMaxTracks);
+  tracker_.update(frame.timestamp_us, sightings_, assignments_, result.events);
   const cv::Point2f image_centre(0.5f * (frame.depth.cols - 1), 0.5f * (frame.depth.rows - 1));
   std::optional<std::size_t> nearest_any;
   double nearest_any_distance = 0.0;
@@ -42,6 +55,8 @@ void PreciseEngine::measure_into(const DepthFrame& frame, MeasurementResult& res
     box.corners_mm.assign(fit.corners_mm.begin(), fit.corners_mm.end());
     box.centre_px = fit.centre_px;
     box.track_id.reset();
+    if (assignments_[index].track_id >= 0) box.track_id = assignments_[index].track_id;
+    box.fused = assignments_[index].reading;
     box.confidence = fit.confidence;
     const double distance = cv::norm(fit.centre_px - image_centre);
     if (fit.status == BoxStatus::kMeasured && (!result.primary || distance < primary_distance)) {

@@ -1,12 +1,13 @@
 // The precise engine: every box on the floor, each measured as its smallest
-// enclosing cuboid (precise/). The primary box is the measured one nearest the
-// image centre.
+// enclosing cuboid (precise/) and followed from frame to frame (tracking/).
+// The primary box is the measured one nearest the image centre.
 #pragma once
 
 #include <string>
 
 #include "core/engine.h"
 #include "precise/box_detector.h"
+#include "tracking/box_tracker.h"
 
 namespace boxdim {
 
@@ -25,6 +26,9 @@ class PreciseEngine : public Engine {
 
  private:
   precise::BoxDetector detector_;
+  tracking::BoxTracker tracker_;
+  std::vector<tracking::Sighting> sightings_;
+  std::vector<tracking::Assignment> assignments_;
   bool draw_pictures_;
 };
 

@@ -317,6 +317,7 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   }
   std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
   const float depth = values[values.size() / 2];
+  fit.centre_mm = pixel_to_point(fit.centre_px.x, fit.centre_px.y, depth, k);
   const float pixel_mm = depth / k.fx;
   const float noise = face.noise_mm;
   const float on_tolerance = std::max(3.0f, 2.5f * noise);
@@ -608,6 +609,7 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   fit.corners_px = corners_px;
   fit.centre_px =
       0.25f * (fit.corners_px[0] + fit.corners_px[1] + fit.corners_px[2] + fit.corners_px[3]);
+  fit.centre_mm = 0.25f * (corners_mm[0] + corners_mm[1] + corners_mm[2] + corners_mm[3]);
   fit.length_mm = 2.0f * std::max(rect.half[0], rect.half[1]);
   fit.width_mm = 2.0f * std::min(rect.half[0], rect.half[1]);
 

@@ -24,6 +24,9 @@ struct BoxFit {
   std::array<cv::Point3f, 4> corners_mm{};
   std::array<cv::Point2f, 4> corners_px{};
   cv::Point2f centre_px;
+  // The top's centre in the camera's frame (mm): of its visible part until a
+  // rectangle is fitted.
+  cv::Point3f centre_mm;
   float confidence = 0.0f;  // 0 to 1, from how well the outline and top fit
   const char* reason = "";  // why it is not measured
 };

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "scene/depth_scene.h"
+#include "source/rendered_sequence.h"
 #include "support/test_frames.h"
 
 namespace boxdim {
@@ -57,7 +58,17 @@ void expect_same(const MeasurementResult& kept, const MeasurementResult& fresh, 
     EXPECT_EQ(k.corners_mm, f.corners_mm) << "box " << b;
     EXPECT_EQ(k.centre_px, f.centre_px) << "box " << b;
     EXPECT_EQ(k.track_id, f.track_id) << "box " << b;
+    ASSERT_EQ(k.fused.has_value(), f.fused.has_value()) << "box " << b;
+    if (f.fused) {
+      EXPECT_EQ(k.fused->dimensions.box_length, f.fused->dimensions.box_length) << "box " << b;
+      EXPECT_EQ(k.fused->frames, f.fused->frames) << "box " << b;
+    }
     EXPECT_EQ(k.confidence, f.confidence) << "box " << b;
+  }
+  ASSERT_EQ(kept.events.size(), fresh.events.size());
+  for (std::size_t e = 0; e < fresh.events.size(); ++e) {
+    EXPECT_EQ(kept.events[e].kind, fresh.events[e].kind) << "event " << e;
+    EXPECT_EQ(kept.events[e].track_id, fresh.events[e].track_id) << "event " << e;
   }
   ASSERT_EQ(kept.picture.size(), fresh.picture.size());
   if (!fresh.picture.empty()) {
@@ -92,6 +103,85 @@ TEST_P(KeptResultTest, HoldsWhatAFreshResultHolds) {
 
 INSTANTIATE_TEST_SUITE_P(Pictures, KeptResultTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "drawn" : "not_drawn"; });
+
+// The events of a sequence, in order, and the frame each came in.
+struct SequenceEvents {
+  std::vector<TrackEvent> events;
+  std::vector<int> frames;
+};
+
+SequenceEvents events_of(const std::vector<SceneParameters>& scenes) {
+  EngineContext context;
+  context.seed_clock = [] { return std::time_t{9}; };
+  context.draw_pictures = false;
+  PreciseEngine engine(context);
+  RenderedSequence sequence(scenes);
+  SequenceEvents out;
+  MeasurementResult result;
+  int frame = 0;
+  while (std::optional<DepthFrame> depth = sequence.next()) {
+    engine.measure_into(*depth, result);
+    for (const TrackEvent& event : result.events) {
+      out.events.push_back(event);
+      out.frames.push_back(frame);
+    }
+    ++frame;
+  }
+  return out;
+}
+
+SceneParameters noisy_frame(int frame) {
+  SceneParameters scene = testing::standard_scene();
+  scene.camera_height_mm = 1200.0f;
+  scene.noise = {2.0f, 0.2f, 0.005f};
+  scene.seed = 500 + frame;
+  return scene;
+}
+
+void expect_one_box_seen_through(const SequenceEvents& seen, const SceneParameters& box,
+                                 float tolerance_mm) {
+  ASSERT_EQ(seen.events.size(), 3u);
+  EXPECT_EQ(seen.events[0].kind, TrackEventKind::kPlaced);
+  EXPECT_EQ(seen.events[1].kind, TrackEventKind::kMeasured);
+  EXPECT_EQ(seen.events[2].kind, TrackEventKind::kRemoved);
+  EXPECT_EQ(seen.events[0].track_id, seen.events[1].track_id);
+  EXPECT_EQ(seen.events[0].track_id, seen.events[2].track_id);
+  const BoxDimensions& read = seen.events[1].reading.dimensions;
+  EXPECT_NEAR(read.box_length, box.box_length_mm, tolerance_mm);
+  EXPECT_NEAR(read.box_width, box.box_width_mm, tolerance_mm);
+  EXPECT_NEAR(read.box_height, box.box_height_mm, tolerance_mm);
+}
+
+TEST(PreciseEngineTracking, ABoxPlacedLeftAndTakenAwayIsPlacedMeasuredAndRemovedOnce) {
+  std::vector<SceneParameters> scenes;
+  for (int frame = 0; frame < 80; ++frame) {
+    SceneParameters scene = noisy_frame(frame);
+    scene.with_box = frame >= 10 && frame < 60;
+    scenes.push_back(scene);
+  }
+  const SequenceEvents seen = events_of(scenes);
+  expect_one_box_seen_through(seen, scenes[10], 1.0f);
+  // Measured within half a second of being put down, gone within a third of
+  // a second of being taken away.
+  if (seen.frames.size() == 3) {
+    EXPECT_LE(seen.frames[1], 10 + 15);
+    EXPECT_GE(seen.frames[2], 60);
+    EXPECT_LE(seen.frames[2], 60 + 10);
+  }
+}
+
+TEST(PreciseEngineTracking, ABoxCarriedAcrossTheViewKeepsOneTrackAndIsMeasuredOnce) {
+  // 0.5 m/s along the image's rows, from out of view on one side to out of
+  // view on the other.
+  std::vector<SceneParameters> scenes;
+  for (int frame = 0; frame < 150; ++frame) {
+    SceneParameters scene = noisy_frame(frame);
+    scene.offset_mm = {-1150.0f + 500.0f * frame / 30.0f, 0.0f};
+    scene.with_box = std::abs(scene.offset_mm.x) < 1150.0f;
+    scenes.push_back(scene);
+  }
+  expect_one_box_seen_through(events_of(scenes), scenes[0], 2.0f);
+}
 
 }  // namespace
 }  // namespace boxdim
