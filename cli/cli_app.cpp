@@ -138,6 +138,7 @@ struct LiveArguments {
 };
 
 constexpr int kMaxScenesPerFamily = 10000;
+constexpr int kMaxSequencesPerKind = 1000;
 constexpr long long kMaxLiveFrames = 1000000000;
 
 void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
@@ -157,6 +158,10 @@ void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
   cmd->add_option("--csv", args.options.csv_path, "Write one row per scene and engine to FILE");
   cmd->add_option("--plot", args.options.plot_path,
                   "Draw the errors against camera tilt and distance into FILE.png");
+  cmd->add_option("--sequences", args.options.sequences,
+                  "Instead of scenes, film N rendered sequences of each kind (placed, two-boxes, "
+                  "carried, empty) and judge the precise engine's tracker")
+      ->check(decimal_in(1, kMaxSequencesPerKind));
 }
 
 void add_live_command(CLI::App& app, LiveArguments& args) {
@@ -166,9 +171,22 @@ void add_live_command(CLI::App& app, LiveArguments& args) {
       ->check(decimal_in(1LL, kMaxLiveFrames));
   cmd->add_flag("--json", args.options.json, "One JSON object per frame on standard output");
   add_engine_option(cmd, args.options.engine);
+  cmd->add_flag("--events", args.options.events,
+                "Print the tracker's events (placed, measured, removed) instead of a line per "
+                "frame; runs the precise engine");
+  cmd->add_option("--proof", args.options.proof_dir,
+                  "With --events, write a PNG proof picture of every measured box into DIR")
+      ->type_name("DIR");
 }
 
-EvaluateOptions finish_evaluate(EvaluateArguments& args) {
+EvaluateOptions finish_evaluate(const CLI::App& app, EvaluateArguments& args) {
+  const CLI::App* cmd = app.get_subcommand("evaluate");
+  if (cmd->count("--sequences") > 0) {
+    // Sequences judge the precise engine's tracker over kinds of their own.
+    for (const char* option : {"--scenes", "--family", "--engine", "--csv", "--plot"}) {
+      if (cmd->count(option) > 0) throw UsageError(option, "does not go with --sequences");
+    }
+  }
   EvaluateOptions options = args.options;
   options.engines = args.engine.empty() ? engine_names() : std::vector<std::string>{args.engine};
   for (const SceneFamily& family : accuracy_families()) {
@@ -178,8 +196,22 @@ EvaluateOptions finish_evaluate(EvaluateArguments& args) {
 }
 
 LiveOptions finish_live(const CLI::App& app, LiveArguments& args) {
+  const CLI::App* cmd = app.get_subcommand("live");
   LiveOptions options = args.options;
-  if (app.get_subcommand("live")->count("--frames") > 0) options.frames = args.frames;
+  if (cmd->count("--frames") > 0) options.frames = args.frames;
+  if (options.events) {
+    // Events come from the precise engine's tracker.
+    if (cmd->count("--engine") > 0 && options.engine != "precise") {
+      throw UsageError("--events", "needs the precise engine, whose tracker makes the events");
+    }
+    options.engine = "precise";
+  }
+  if (cmd->count("--proof") > 0 && !options.events) {
+    throw UsageError("--proof", "needs --events: a proof belongs to a measured event");
+  }
+  if (cmd->count("--proof") > 0 && options.proof_dir.empty()) {
+    throw UsageError("--proof", "needs a folder");
+  }
   return options;
 }
 
@@ -255,7 +287,7 @@ int run_cli(int argc, const char* const* argv, std::ostream& out, std::ostream& 
       return run_measure(finish_measure(app, measure_args), out, err);
     }
     if (app.got_subcommand("evaluate")) {
-      return run_evaluate(finish_evaluate(evaluate_args), out, err);
+      return run_evaluate(finish_evaluate(app, evaluate_args), out, err);
     }
     if (app.got_subcommand("live")) return run_live(finish_live(app, live_args), out, err);
     return run_simulate(finish_simulate(app, simulate_args), out, err);

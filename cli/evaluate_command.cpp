@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "cli/error_plot.h"
+#include "cli/evaluate_sequences.h"
 #include "cli/output.h"
 #include "cli/output_paths.h"
 #include "cli/progress_bar.h"
@@ -254,6 +255,9 @@ int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& er
 }  // namespace
 
 int run_evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& err) {
+  if (options.sequences > 0) {
+    return run_sequence_evaluation(options.sequences, options.seed, out, err);
+  }
   try {
     return evaluate(options, out, err);
   } catch (const OutputError& e) {

@@ -18,6 +18,7 @@ struct EvaluateOptions {
   std::vector<std::string> engines;  // measured side by side, each on every scene
   std::string csv_path;              // empty: no table of scenes
   std::string plot_path;             // empty: no picture
+  int sequences = 0;  // more than 0: that many rendered sequences per kind instead of scenes
 };
 
 // Renders and measures scene by scene, each scene with every engine: a

@@ -1,12 +1,17 @@
 #include "cli/live_command.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <sstream>
 
 #include "cli/json_line.h"
+#include "cli/json_number.h"
 #include "cli/output.h"
 #include "cli/result_writer.h"
+#include "engine/box_picture.h"
 #include "engine/engine_factory.h"
 #include "runtime/stop_signals.h"
 #include "source/camera_source.h"
@@ -27,6 +32,52 @@ std::string json_text(int camera, long long frame, const MeasurementResult& resu
   nlohmann::json line = result_json(result, engine);
   line["device_id"] = camera;
   line["frame"] = frame;
+  return json_line(line);
+}
+
+double seconds_of(std::int64_t time_us) { return static_cast<double>(time_us) * 1e-6; }
+
+// Where a measured event's proof picture goes: the camera, track and time
+// in its name, so that no two events share one.
+std::string proof_path(const std::string& dir, int camera, const TrackEvent& event) {
+  char name[96];
+  std::snprintf(name, sizeof name, "camera-%d-box-%d-%.3fs.png", camera, event.track_id,
+                seconds_of(event.time_us));
+  return (std::filesystem::path(dir) / name).string();
+}
+
+std::string event_text(int camera, const TrackEvent& event, const std::string& proof) {
+  char line[256];
+  const int n =
+      std::snprintf(line, sizeof line, "camera %d box %d %s at %.3f s", camera, event.track_id,
+                    track_event_name(event.kind), seconds_of(event.time_us));
+  std::string text(line, static_cast<std::size_t>(std::max(0, n)));
+  if (event.kind == TrackEventKind::kMeasured) {
+    const BoxDimensions& d = event.reading.dimensions;
+    std::snprintf(line, sizeof line, ": %.1f x %.1f x %.1f mm, uncertainty %.1f mm, %d frames",
+                  d.box_length, d.box_width, d.box_height, event.reading.uncertainty_mm,
+                  event.reading.frames);
+    text += line;
+    if (!proof.empty()) text += ", proof " + proof;
+  }
+  return text;
+}
+
+std::string event_json(int camera, const TrackEvent& event, const std::string& proof) {
+  nlohmann::json line;
+  line["event"] = track_event_name(event.kind);
+  line["device_id"] = camera;
+  line["track_id"] = event.track_id;
+  line["time"] = seconds_of(event.time_us);
+  if (event.kind == TrackEventKind::kMeasured) {
+    const BoxDimensions& d = event.reading.dimensions;
+    line["length_mm"] = json_number(d.box_length);
+    line["width_mm"] = json_number(d.box_width);
+    line["height_mm"] = json_number(d.box_height);
+    line["uncertainty_mm"] = json_number(event.reading.uncertainty_mm);
+    line["frames"] = event.reading.frames;
+    if (!proof.empty()) line["proof"] = proof;
+  }
   return json_line(line);
 }
 
@@ -67,6 +118,7 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
   std::map<int, long long> frames_of_camera;
   MeasurementResult result;  // its buffers reused from frame to frame
   try {
+    if (!options.proof_dir.empty()) create_output_folder(options.proof_dir, "proof folder");
     cameras.start();
     while (!options.frames || measured < *options.frames) {
       const std::optional<DepthFrame> frame = cameras.next();
@@ -74,10 +126,24 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
       engines.of(frame->camera_id).measure_into(*frame, result);
       const long long number = ++frames_of_camera[frame->camera_id];
       ++measured;
-      write_line(out,
-                 options.json ? json_text(frame->camera_id, number, result, options.engine)
-                              : text_line(frame->camera_id, number, result),
-                 kStandardOutput);
+      if (!options.events) {
+        write_line(out,
+                   options.json ? json_text(frame->camera_id, number, result, options.engine)
+                                : text_line(frame->camera_id, number, result),
+                   kStandardOutput);
+        continue;
+      }
+      for (const TrackEvent& event : result.events) {
+        std::string proof;
+        if (event.kind == TrackEventKind::kMeasured && !options.proof_dir.empty()) {
+          proof = proof_path(options.proof_dir, frame->camera_id, event);
+          write_png(proof, draw_proof(frame->depth, event, frame->camera_id));
+        }
+        write_line(out,
+                   options.json ? event_json(frame->camera_id, event, proof)
+                                : event_text(frame->camera_id, event, proof),
+                   kStandardOutput);
+      }
     }
     cameras.stop();
   } catch (const OutputError& e) {

@@ -14,6 +14,10 @@ struct LiveOptions {
   std::optional<long long> frames;  // stop after this many measured frames; none: until a signal
   bool json = false;
   std::string engine = default_engine_name();
+  // The tracker's events instead of a line per frame (the precise engine).
+  bool events = false;
+  // A PNG proof picture for every measured event, into this folder.
+  std::string proof_dir;
 };
 
 // Exit status of a camera problem: no camera found, an SDK call failed, or
@@ -21,7 +25,9 @@ struct LiveOptions {
 constexpr int kExitCameraProblem = 3;
 constexpr int kLiveFrameTimeoutSeconds = 10;
 
-// One line (text or JSON) per measured depth frame on `out`; the measurement
+// One line (text or JSON) per measured depth frame on `out`, or with
+// `events` one per event of a camera's tracker (placed, measured, removed,
+// each naming the camera, the track and the time); the measurement
 // stages' own lines and every message go to `err`, which closes with the
 // number of frames measured. Exit status 0 once the frames are done or
 // SIGINT, SIGTERM or SIGHUP arrived; kExitOutputFailed (2) when `out` cannot

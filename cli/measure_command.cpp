@@ -71,15 +71,6 @@ std::string annotation_clash(const MeasureOptions& options, const std::vector<st
          " to the same file " + paths[clash->output];
 }
 
-void prepare_annotation_dir(const std::string& dir) {
-  std::error_code ec;
-  std::filesystem::create_directories(dir, ec);
-  if (!std::filesystem::is_directory(dir, ec)) {
-    throw OutputError(dir, "cannot create the annotation folder" +
-                               (ec ? " (" + ec.message() + ")" : std::string()));
-  }
-}
-
 }  // namespace
 
 int run_measure(const MeasureOptions& options, std::ostream& out, std::ostream& err) {
@@ -102,7 +93,7 @@ int run_measure(const MeasureOptions& options, std::ostream& out, std::ostream& 
 
   int status = 0;
   try {
-    if (!pictures.empty()) prepare_annotation_dir(options.annotate_dir);
+    if (!pictures.empty()) create_output_folder(options.annotate_dir, "annotation folder");
     for (std::size_t i = 0; i < options.files.size(); ++i) {
       std::optional<DepthFrame> frame;
       try {

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <opencv2/imgcodecs.hpp>
 
 namespace boxdim {
@@ -64,6 +65,15 @@ void write_png(const std::string& path, const cv::Mat& picture) {
   }
   if (!encoded) throw OutputError(path, "the picture could not be encoded as PNG");
   write_file(path, png);
+}
+
+void create_output_folder(const std::string& dir, const std::string& what) {
+  std::error_code ec;
+  std::filesystem::create_directories(dir, ec);
+  if (!std::filesystem::is_directory(dir, ec)) {
+    throw OutputError(
+        dir, "cannot create the " + what + (ec ? " (" + ec.message() + ")" : std::string()));
+  }
 }
 
 }  // namespace boxdim

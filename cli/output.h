@@ -39,4 +39,8 @@ void write_file(const std::string& path, const std::vector<unsigned char>& bytes
 // `picture` as a PNG file at `path`.
 void write_png(const std::string& path, const cv::Mat& picture);
 
+// Makes the folder `dir` (and its parents) unless it is there; throws
+// OutputError naming it, "cannot create the <what>", when it cannot be made.
+void create_output_folder(const std::string& dir, const std::string& what);
+
 }  // namespace boxdim

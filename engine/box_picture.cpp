@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <opencv2/imgproc.hpp>
+#include <string>
+#include <vector>
 
 namespace boxdim {
 
@@ -23,9 +25,17 @@ cv::Scalar status_colour(BoxStatus status) {
   return {255, 255, 255};
 }
 
+// Text in `colour` with a dark rim, readable on any grey.
+void put_outlined_text(cv::Mat& picture, const std::string& text, cv::Point at, double scale,
+                       const cv::Scalar& colour) {
+  cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 3,
+              cv::LINE_AA);
+  cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, colour, 1, cv::LINE_AA);
+}
+
 }  // namespace
 
-cv::Mat draw_boxes(const cv::Mat& depth, const MeasurementResult& result) {
+cv::Mat depth_picture(const cv::Mat& depth) {
   CV_Assert(depth.type() == CV_16UC1);
   // The range of the samples with depth sets the contrast; every fourth
   // pixel of every fourth row tells it well enough.
@@ -43,7 +53,11 @@ cv::Mat draw_boxes(const cv::Mat& depth, const MeasurementResult& result) {
   depth.convertTo(grey, CV_8U, gain, shift);
   cv::Mat picture;
   cv::cvtColor(grey, picture, cv::COLOR_GRAY2BGR);
+  return picture;
+}
 
+cv::Mat draw_boxes(const cv::Mat& depth, const MeasurementResult& result) {
+  cv::Mat picture = depth_picture(depth);
   const double scale = std::max(0.35, picture.cols / 1600.0);
   for (std::size_t b = 0; b < result.boxes.size(); ++b) {
     const BoxMeasurement& box = result.boxes[b];
@@ -64,10 +78,35 @@ cv::Mat draw_boxes(const cv::Mat& depth, const MeasurementResult& result) {
     const cv::Size size = cv::getTextSize(text, cv::FONT_HERSHEY_SIMPLEX, scale, 1, &baseline);
     const cv::Point at(cvRound(box.centre_px.x) - size.width / 2,
                        cvRound(box.centre_px.y) + size.height / 2);
-    cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 3,
-                cv::LINE_AA);
-    cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, colour, 1, cv::LINE_AA);
+    put_outlined_text(picture, text, at, scale, colour);
   }
+  return picture;
+}
+
+cv::Mat draw_proof(const cv::Mat& depth, const TrackEvent& event, int camera_id) {
+  cv::Mat picture = depth_picture(depth);
+  const cv::Scalar colour = status_colour(BoxStatus::kMeasured);
+  std::vector<cv::Point> outline;
+  for (const cv::Point2f& c : event.corners_px) outline.emplace_back(cvRound(c.x), cvRound(c.y));
+  cv::polylines(picture, outline, true, colour, 2, cv::LINE_AA);
+  const double scale = std::max(0.4, picture.cols / 1280.0);
+  const int line = cvRound(28 * scale / 0.5);
+  const BoxDimensions& d = event.reading.dimensions;
+  char text[3][96];
+  std::snprintf(text[0], sizeof text[0], "box %d", event.track_id);
+  std::snprintf(text[1], sizeof text[1], "%.1f x %.1f x %.1f mm (+/- %.1f mm, %d frames)",
+                d.box_length, d.box_width, d.box_height, event.reading.uncertainty_mm,
+                event.reading.frames);
+  std::snprintf(text[2], sizeof text[2], "camera %d, %.3f s", camera_id,
+                static_cast<double>(event.time_us) * 1e-6);
+  for (int i = 0; i < 3; ++i) {
+    put_outlined_text(picture, text[i], cv::Point(line / 2, line * (i + 1)), scale, colour);
+  }
+  // The track's number on the box itself, so that the picture says which box.
+  cv::Point2f centre(0.0f, 0.0f);
+  for (const cv::Point2f& c : event.corners_px) centre += 0.25f * c;
+  put_outlined_text(picture, std::to_string(event.track_id),
+                    cv::Point(cvRound(centre.x), cvRound(centre.y)), 2 * scale, colour);
   return picture;
 }
 

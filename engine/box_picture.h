@@ -1,6 +1,7 @@
 // A depth frame as a picture with every box an engine found drawn on it: its
 // top's outline in the colour of its status, and its dimensions (or its
-// status) at its centre; the primary box drawn thicker.
+// status) at its centre; the primary box drawn thicker. And the proof of a
+// measurement: one box's outline, its fused reading, track, camera and time.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -12,5 +13,12 @@ namespace boxdim {
 // 8-bit BGR, the frame's size: near surfaces dark, far ones bright, pixels
 // without depth black.
 cv::Mat draw_boxes(const cv::Mat& depth, const MeasurementResult& result);
+
+// The depth frame alone, drawn as above.
+cv::Mat depth_picture(const cv::Mat& depth);
+
+// A measured event's frame with its box outlined and its reading, track id,
+// camera and time written on it.
+cv::Mat draw_proof(const cv::Mat& depth, const TrackEvent& event, int camera_id);
 
 }  // namespace boxdim

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "engine/box_picture.h"
+#include "tracking/box_sightings.h"
 
 namespace boxdim {
 
@@ -24,14 +25,7 @@ void PreciseEngine::measure_into(const DepthFrame& frame, MeasurementResult& res
   result.primary.reset();
 
   const std::vector<precise::BoxFit>& fits = detector_.detect(frame.depth, frame.intrinsics);
-  sightings_.resize(fits.size());
-  for (std::size_t i = 0; i < fits.size(); ++i) {
-    tracking::Sighting& sighting = sightings_[i];
-    sighting.status = fits[i].status;
-    sighting.centre_mm = fits[i].centre_mm;
-    sighting.dimensions = {fits[i].length_mm, fits[i].width_mm, fits[i].height_mm};
-    sighting.corners_px = fits[i].corners_px;
-  }
+  tracking::sightings_of(fits, sightings_);
   // A frame gives at most two events per track (placed and measured, or
   // removed): room for them once, so that no later frame allocates.
   result.events.clear();

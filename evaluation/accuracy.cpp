@@ -58,10 +58,6 @@ cv::Point2f top_centre_px(const SceneGroundTruth& truth) {
   return centre;
 }
 
-bool measurable_box(const SceneParameters& scene) {
-  return box_in_frame(scene) && shortest_top_side_px(scene_ground_truth(scene)) >= kMinTopSidePx;
-}
-
 // The share of the box's top face (in the image) that lies within the frame.
 double top_share_in_view(const SceneParameters& scene) {
   const SceneGroundTruth truth = scene_ground_truth(scene);
@@ -303,6 +299,12 @@ bool keep_scene(FamilyKind kind, const SceneParameters& scene) {
   return false;
 }
 
+}  // namespace
+
+bool measurable_box(const SceneParameters& scene) {
+  return box_in_frame(scene) && shortest_top_side_px(scene_ground_truth(scene)) >= kMinTopSidePx;
+}
+
 ErrorStatistics error_statistics(std::vector<double> errors) {
   if (errors.empty()) return {};
   std::sort(errors.begin(), errors.end());
@@ -311,8 +313,6 @@ ErrorStatistics error_statistics(std::vector<double> errors) {
   };
   return {at(0.5), at(0.95)};
 }
-
-}  // namespace
 
 std::vector<SceneFamily> accuracy_families() {
   return {{"top-down", FamilyKind::kTopDown},    {"tilted", FamilyKind::kTilted},

@@ -102,6 +102,14 @@ struct ErrorStatistics {
   double p95_mm = 0.0;  // 95th percentile of the absolute error
 };
 
+// Whether the scene's main box stands wholly in the frame (its top and its
+// base 20 px inside the borders) with every side of its top at least 16 px
+// long in the image: as an operator would place a box to be measured.
+bool measurable_box(const SceneParameters& scene);
+
+// Median and 95th percentile of absolute errors; zeros for none.
+ErrorStatistics error_statistics(std::vector<double> errors);
+
 // The tolerance a station is held to: every dimension within it.
 constexpr double kToleranceMm = 5.0;
 

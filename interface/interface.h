@@ -13,7 +13,9 @@
 //   delete detector;
 //
 // An instance follows one camera: it keeps the floor it found from image to
-// image. It is not safe to call one instance from two threads at once.
+// image, and follows each box from image to image (its track id, a reading
+// fused over the images, events when a box is placed, measured and removed).
+// It is not safe to call one instance from two threads at once.
 #pragma once
 
 #include <cstdint>
@@ -42,6 +44,37 @@ struct Detection {
   float center_px[2] = {};
   // 0 to 1: how well the top's outline and surface fit a box.
   float confidence = 0.0f;
+  // The box's track: the same number for the same box from image to image;
+  // -1 when it is not followed (a box too small, an irregular top that is
+  // no box followed so far, or all track slots taken).
+  int track_id = -1;
+  // The track's reading, fused from every image the box was measured in
+  // (the median of its last 256), once there is one: fused_frames > 0. The
+  // uncertainty is the reading's standard error, the largest of the three.
+  float fused_length_mm = 0.0f;
+  float fused_width_mm = 0.0f;
+  float fused_height_mm = 0.0f;
+  float uncertainty_mm = 0.0f;
+  int fused_frames = 0;
+};
+
+enum class EventKind {
+  kPlaced = 0,    // a new box appeared (seen in 3 images)
+  kMeasured = 1,  // its fused reading settled; once per box
+  kRemoved = 2,   // it left (unseen for 10 images)
+};
+
+// What an image changed about the boxes followed.
+struct Event {
+  EventKind kind = EventKind::kPlaced;
+  int track_id = 0;
+  std::int64_t time_us = 0;  // of the image, as given to DetectAt
+  // For kMeasured: the fused reading, and the images it was measured in.
+  float length_mm = 0.0f;
+  float width_mm = 0.0f;
+  float height_mm = 0.0f;
+  float uncertainty_mm = 0.0f;
+  int frames = 0;
 };
 
 class Interface {
@@ -81,12 +114,22 @@ class Interface {
   // focal lengths outside 0.1 to 10 times the width, a principal point far
   // from the image), with the reason in LastProblem().
   virtual int Detect(const std::uint16_t* depth, int width, int height, int row_stride = 0) = 0;
+  // The same for an image taken at `time_us` (microseconds from any fixed
+  // origin): the tracker follows moving boxes by the time between images.
+  // Detect counts images as 1/30 s apart.
+  virtual int DetectAt(const std::uint16_t* depth, int width, int height, std::int64_t time_us,
+                       int row_stride = 0) = 0;
   // The last Detect's detections; false for an index out of range.
   virtual int DetectionCount() const = 0;
   virtual bool GetDetection(int index, Detection* detection) const = 0;
   // Why the last image gave no measured box, or could not be used; "" when
   // it gave one.
   virtual const char* LastProblem() const = 0;
+  // The last image's events, in order; false for an index out of range.
+  virtual int EventCount() const = 0;
+  virtual bool GetEvent(int index, Event* event) const = 0;
+  // Forgets every box followed, without events; track ids keep counting up.
+  virtual void ResetTracks() = 0;
 
   // The floor the last images stood on, as n . p + offset = height above it
   // (mm, n a unit vector towards the camera); false before one is found.
@@ -98,5 +141,7 @@ class Interface {
 
 // The name of a status: "measured", "partial", "irregular", "too_small".
 const char* DetectionStatusName(DetectionStatus status);
+// The name of an event: "placed", "measured", "removed".
+const char* EventKindName(EventKind kind);
 
 }  // namespace boxdim

@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+#include "tracking/box_sightings.h"
+
 namespace boxdim {
 
 namespace {
@@ -41,6 +43,34 @@ Detection detection_of(const precise::BoxFit& fit) {
   return d;
 }
 
+void add_track(const tracking::Assignment& assignment, Detection& d) {
+  d.track_id = assignment.track_id;
+  if (!assignment.reading) return;
+  const FusedReading& r = *assignment.reading;
+  d.fused_length_mm = r.dimensions.box_length;
+  d.fused_width_mm = r.dimensions.box_width;
+  d.fused_height_mm = r.dimensions.box_height;
+  d.uncertainty_mm = r.uncertainty_mm;
+  d.fused_frames = r.frames;
+}
+
+Event event_of(const TrackEvent& e) {
+  Event event;
+  event.kind = e.kind == TrackEventKind::kPlaced     ? EventKind::kPlaced
+               : e.kind == TrackEventKind::kMeasured ? EventKind::kMeasured
+                                                     : EventKind::kRemoved;
+  event.track_id = e.track_id;
+  event.time_us = e.time_us;
+  if (e.kind == TrackEventKind::kMeasured) {
+    event.length_mm = e.reading.dimensions.box_length;
+    event.width_mm = e.reading.dimensions.box_width;
+    event.height_mm = e.reading.dimensions.box_height;
+    event.uncertainty_mm = e.reading.uncertainty_mm;
+    event.frames = e.reading.frames;
+  }
+  return event;
+}
+
 }  // namespace
 
 Interface* Interface::CreateInterface() { return new InterfaceImpl(); }
@@ -59,9 +89,23 @@ const char* DetectionStatusName(DetectionStatus status) {
   return "unknown";
 }
 
+const char* EventKindName(EventKind kind) {
+  switch (kind) {
+    case EventKind::kPlaced:
+      return "placed";
+    case EventKind::kMeasured:
+      return "measured";
+    case EventKind::kRemoved:
+      return "removed";
+  }
+  return "unknown";
+}
+
 InterfaceImpl::InterfaceImpl()
     : detector_([this] { return seed_ ? static_cast<std::time_t>(*seed_) : std::time(nullptr); }) {
   detections_.reserve(kMaxDetections);
+  track_events_.reserve(2 * kMaxTrackSlots);
+  events_.reserve(2 * kMaxTrackSlots);
   SetExactIntrinsics(intrinsics_.fx, intrinsics_.fy, intrinsics_.cx, intrinsics_.cy);
 }
 
@@ -85,8 +129,10 @@ void InterfaceImpl::SetExactIntrinsics(float fx, float fy, float cx, float cy) {
   intrinsics_ = {fx, fy, cx, cy};
 }
 
-int InterfaceImpl::Detect(const std::uint16_t* depth, int width, int height, int row_stride) {
+int InterfaceImpl::DetectAt(const std::uint16_t* depth, int width, int height, std::int64_t time_us,
+                            int row_stride) {
   detections_.clear();
+  events_.clear();
   if (row_stride == 0) row_stride = width;
   if (depth == nullptr) {
     problem_ = "no depth image (a null pointer)";
@@ -105,11 +151,18 @@ int InterfaceImpl::Detect(const std::uint16_t* depth, int width, int height, int
   const cv::Mat image(height, width, CV_16UC1, const_cast<std::uint16_t*>(depth),
                       static_cast<std::size_t>(row_stride) * sizeof(std::uint16_t));
   const std::vector<precise::BoxFit>& fits = detector_.detect(image, intrinsics_);
-  for (const precise::BoxFit& fit : fits) detections_.push_back(detection_of(fit));
   if (detector_.intrinsics_unusable()) {
     problem_ = detector_.problem();
     return -1;
   }
+  tracking::sightings_of(fits, sightings_);
+  track_events_.clear();
+  tracker_.update(time_us, sightings_, assignments_, track_events_);
+  for (std::size_t i = 0; i < fits.size(); ++i) {
+    detections_.push_back(detection_of(fits[i]));
+    add_track(assignments_[i], detections_.back());
+  }
+  for (const TrackEvent& e : track_events_) events_.push_back(event_of(e));
   problem_.clear();
   const precise::BoxFit* first_unmeasured = nullptr;
   bool measured = false;
@@ -129,6 +182,12 @@ int InterfaceImpl::Detect(const std::uint16_t* depth, int width, int height, int
 bool InterfaceImpl::GetDetection(int index, Detection* detection) const {
   if (detection == nullptr || index < 0 || index >= DetectionCount()) return false;
   *detection = detections_[static_cast<std::size_t>(index)];
+  return true;
+}
+
+bool InterfaceImpl::GetEvent(int index, Event* event) const {
+  if (event == nullptr || index < 0 || index >= EventCount()) return false;
+  *event = events_[static_cast<std::size_t>(index)];
   return true;
 }
 

@@ -1,5 +1,5 @@
-// The one implementation of Interface: the precise engine's detector behind
-// the exported class.
+// The one implementation of Interface: the precise engine's detector and
+// tracker behind the exported class.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,7 @@
 #include "core/camera_intrinsics.h"
 #include "interface/interface.h"
 #include "precise/box_detector.h"
+#include "tracking/box_tracker.h"
 
 namespace boxdim {
 
@@ -25,10 +26,17 @@ class InterfaceImpl : public Interface {
   void SetExactIntrinsics(float fx, float fy, float cx, float cy) override;
   void SetSeed(std::uint32_t seed) override { seed_ = seed; }
 
-  int Detect(const std::uint16_t* depth, int width, int height, int row_stride) override;
+  int Detect(const std::uint16_t* depth, int width, int height, int row_stride) override {
+    return DetectAt(depth, width, height, 0, row_stride);
+  }
+  int DetectAt(const std::uint16_t* depth, int width, int height, std::int64_t time_us,
+               int row_stride) override;
   int DetectionCount() const override { return static_cast<int>(detections_.size()); }
   bool GetDetection(int index, Detection* detection) const override;
   const char* LastProblem() const override { return problem_.c_str(); }
+  int EventCount() const override { return static_cast<int>(events_.size()); }
+  bool GetEvent(int index, Event* event) const override;
+  void ResetTracks() override { tracker_.reset(); }
 
   bool GetFloor(float normal[3], float* offset) const override;
   void ResetFloor() override { detector_.reset_floor(); }
@@ -41,7 +49,12 @@ class InterfaceImpl : public Interface {
   CameraIntrinsics intrinsics_;
   std::optional<std::uint32_t> seed_;
   precise::BoxDetector detector_;
+  tracking::BoxTracker tracker_;
+  std::vector<tracking::Sighting> sightings_;
+  std::vector<tracking::Assignment> assignments_;
+  std::vector<TrackEvent> track_events_;
   std::vector<Detection> detections_;
+  std::vector<Event> events_;
   std::string problem_;
 };
 

@@ -58,7 +58,14 @@ std::optional<float> BoxTracker::match_cost(const Track& track, const Sighting& 
                                             float seconds) const {
   const cv::Point3f predicted = track.centre + track.velocity * seconds;
   const float miss = norm(sighting.centre_mm - predicted);
-  if (!(miss <= kMaxMissMm)) return std::nullopt;
+  // The centre of a top that is cut or spoilt is that of the part seen,
+  // anywhere on the box's top as far as the track knows.
+  float reach = kMaxMissMm;
+  if (sighting.status != BoxStatus::kMeasured && track.reading) {
+    const BoxDimensions& size = track.reading->dimensions;
+    reach += 0.5f * std::hypot(size.box_length, size.box_width);
+  }
+  if (!(miss <= reach)) return std::nullopt;
   float size_change = 0.0f;
   if (sighting.status == BoxStatus::kMeasured && track.reading &&
       track.reading->frames >= kReadingFramesForMatching) {
@@ -162,9 +169,14 @@ void BoxTracker::update(std::int64_t time_us, const std::vector<Sighting>& sight
     track.active = false;
   }
 
-  // New boxes, in free slots while there are any.
+  // New boxes, in free slots while there are any. A top that is no
+  // rectangle only keeps a box's track going (a hand over the box): on its
+  // own it is a bag, or a piece of a box's side, not a box.
   for (int s = 0; s < n_sightings; ++s) {
-    if (sighting_taken_[s] || sightings[s].status == BoxStatus::kTooSmall) continue;
+    if (sighting_taken_[s] || sightings[s].status == BoxStatus::kTooSmall ||
+        sightings[s].status == BoxStatus::kIrregular) {
+      continue;
+    }
     const auto slot = std::find_if(tracks_.begin(), tracks_.end(),
                                    [](const Track& track) { return !track.active; });
     if (slot == tracks_.end()) break;

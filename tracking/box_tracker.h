@@ -26,8 +26,8 @@ struct Sighting {
 };
 
 // What the tracker made of a sighting: its track (-1: none, for a box too
-// small to follow or when every slot is taken) and the track's reading once
-// it was measured in a frame.
+// small to follow, an irregular top that continues no track, or when every
+// slot is taken) and the track's reading once it was measured in a frame.
 struct Assignment {
   int track_id = -1;
   std::optional<FusedReading> reading;

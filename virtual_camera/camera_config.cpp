@@ -104,10 +104,19 @@ const std::map<std::string, NumberField>& number_fields() {
   return fields;
 }
 
-void set_scene_item(SceneParameters& scene, const std::string& item, const std::string& key,
-                    const std::string& value) {
+void set_scene_item(SceneParameters& scene, SceneMotion& motion, const std::string& item,
+                    const std::string& key, const std::string& value) {
   if (const auto field = number_fields().find(key); field != number_fields().end()) {
     field->second(scene) = scene_number(item, value);
+  } else if (key == "placed" || key == "removed") {
+    const float seconds = scene_number(item, value);
+    if (!(seconds >= 0.0f)) fail(kSceneVariable, item, "needs seconds from 0");
+    (key == "placed" ? motion.placed_s : motion.removed_s) = seconds;
+  } else if (key == "speed") {
+    motion.conveyor_mm_s = scene_number(item, value);
+    if (!(std::abs(motion.conveyor_mm_s) <= 5000.0f)) {
+      fail(kSceneVariable, item, "needs a speed from -5000 to 5000 mm/s");
+    }
   } else if (key == "box") {
     const std::vector<float> sides = scene_numbers(item, value, 'x', 3, "LxWxH");
     scene.box_length_mm = sides[0];
@@ -122,7 +131,8 @@ void set_scene_item(SceneParameters& scene, const std::string& item, const std::
   } else {
     fail(kSceneVariable, item,
          "has an unknown key '" + key +
-             "' (box, camera-height, tilt, roll, yaw, offset, noise, flying, dropout, seed)");
+             "' (box, camera-height, tilt, roll, yaw, offset, noise, flying, dropout, seed, "
+             "placed, removed, speed)");
   }
 }
 
@@ -156,8 +166,9 @@ SceneParameters default_scene() {
   return scene;
 }
 
-SceneParameters parse_scene(const std::string& text) {
+SceneParameters parse_scene(const std::string& text, SceneMotion& motion) {
   SceneParameters scene = default_scene();
+  motion = SceneMotion{};
   std::set<std::string> seen;
   if (!trim(text).empty()) {
     for (const std::string& part : split(text, ',')) {
@@ -165,9 +176,12 @@ SceneParameters parse_scene(const std::string& text) {
       const std::size_t equals = item.find('=');
       if (equals == std::string::npos) fail(kSceneVariable, item, "is not key=value");
       const std::string key = trim(item.substr(0, equals));
-      set_scene_item(scene, item, key, trim(item.substr(equals + 1)));
+      set_scene_item(scene, motion, item, key, trim(item.substr(equals + 1)));
       if (!seen.insert(key).second) fail(kSceneVariable, item, "sets " + key + " a second time");
     }
+  }
+  if (motion.removed_s <= motion.placed_s) {
+    fail(kSceneVariable, text, "removes the box before it is placed");
   }
   try {
     validate_scene(scene);
@@ -183,7 +197,7 @@ CameraConfig read_config_from_environment() {
   config.devices =
       camera ? parse_devices(camera) : std::vector<ConfiguredDevice>{ConfiguredDevice{}};
   const char* scene = std::getenv(kSceneVariable);
-  config.scene = parse_scene(scene ? scene : "");
+  config.scene = parse_scene(scene ? scene : "", config.motion);
   return config;
 }
 

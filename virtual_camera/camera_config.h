@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "scene/depth_scene.h"
+#include "scene/scene_motion.h"
 
 namespace boxdim::virtual_camera {
 
@@ -21,6 +22,7 @@ struct ConfiguredDevice {
 struct CameraConfig {
   std::vector<ConfiguredDevice> devices;
   SceneParameters scene;
+  SceneMotion motion;  // how the scene changes while the cameras film it
 };
 
 // Its message names the variable, the offending item and the reason, ready
@@ -39,9 +41,11 @@ constexpr std::size_t kMaxDevices = 16;
 std::vector<ConfiguredDevice> parse_devices(const std::string& text);
 
 // Comma-separated key=value items over default_scene(): box=LxWxH,
-// camera-height, tilt, roll, yaw, offset=DX:DY, noise, flying, dropout, seed.
-// The scene must also pass validate_scene.
-SceneParameters parse_scene(const std::string& text);
+// camera-height, tilt, roll, yaw, offset=DX:DY, noise, flying, dropout, seed;
+// and into `motion`, how it changes over time: placed=S and removed=S
+// (seconds from the stream's start), speed=MM_S (a conveyor along the image's
+// columns). The scene must also pass validate_scene.
+SceneParameters parse_scene(const std::string& text, SceneMotion& motion);
 
 // A 400 x 300 x 200 mm box on a floor 1 m below the camera, turned 15
 // degrees, with 1 mm of range noise at 1 m.

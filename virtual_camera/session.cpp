@@ -22,7 +22,8 @@ Session::Session(const CameraConfig& config) {
         devices_.push_back(std::make_unique<ReplayDevice>(id++, device.folder, std::move(sets)));
       }
     } else {
-      devices_.push_back(std::make_unique<SimulatedDevice>(id++, device.type, config.scene));
+      devices_.push_back(
+          std::make_unique<SimulatedDevice>(id++, device.type, config.scene, config.motion));
     }
   }
   if (devices_.size() > kMaxDevices) {

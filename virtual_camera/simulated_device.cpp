@@ -25,8 +25,13 @@ bool carries(int stream_type, int kind) {
 
 }  // namespace
 
-SimulatedDevice::SimulatedDevice(int id, int type, const SceneParameters& scene)
-    : Device(id, type), scene_(scene), pool_size_(has_noise(scene.noise) ? kNoisyPoolSize : 1) {}
+SimulatedDevice::SimulatedDevice(int id, int type, const SceneParameters& scene,
+                                 const SceneMotion& motion)
+    : Device(id, type),
+      scene_(scene),
+      motion_(motion),
+      scene_now_(scene),
+      pool_size_(has_noise(scene.noise) ? kNoisyPoolSize : 1) {}
 
 std::string SimulatedDevice::serial_number() const {
   char serial[16];
@@ -44,14 +49,14 @@ const RenderedScene& SimulatedDevice::render(cv::Size size, int variant) {
   const auto key = std::make_tuple(size.width, size.height, variant);
   auto found = renders_.find(key);
   if (found == renders_.end()) {
-    SceneParameters scene = scene_;
+    SceneParameters scene = scene_now_;
     scene.image_width = size.width;
     scene.image_height = size.height;
     scene.intrinsics = scaled_intrinsics(size);
     if (variant == kCleanVariant) {
       scene.noise = DepthNoise{};
     } else {
-      scene.seed = scene_.seed + static_cast<std::uint64_t>(variant);
+      scene.seed = scene_now_.seed + static_cast<std::uint64_t>(variant);
     }
     found = renders_.emplace(key, render_scene(scene)).first;
   }
@@ -98,11 +103,19 @@ void SimulatedDevice::build_pool() {
 }
 
 Status SimulatedDevice::prepare_stream() {
-  build_pool();
+  if (motion_.still()) build_pool();
   return kOk;
 }
 
 Status SimulatedDevice::produce_set(std::int64_t set_index, FrameSet& set) {
+  if (!motion_.still()) {
+    scene_now_ =
+        scene_at(scene_, motion_, static_cast<double>(set_index) / kFramesPerSecond, set_index);
+    renders_.clear();
+    colours_.clear();
+    set = assemble(pictures(0));
+    return kOk;
+  }
   if (pool_stale_) build_pool();
   const FrameSet& pooled = pool_[static_cast<std::size_t>(set_index % pool_size_)];
   // Copied, so the caller may keep the set while the pool is rebuilt.

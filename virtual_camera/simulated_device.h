@@ -1,5 +1,6 @@
 // A camera looking at the configured scene. Rendering costs a good part of a frame period,
-// so it renders a small pool of frame sets when the stream starts and cycles through it.
+// so a still scene is rendered as a small pool of frame sets when the stream starts and
+// cycled through; a scene that changes is rendered anew for every set, at its time.
 #pragma once
 
 #include <map>
@@ -8,13 +9,15 @@
 #include <vector>
 
 #include "scene/depth_scene.h"
+#include "scene/scene_motion.h"
 #include "virtual_camera/device.h"
 
 namespace boxdim::virtual_camera {
 
 class SimulatedDevice : public Device {
  public:
-  SimulatedDevice(int id, int type, const SceneParameters& scene);
+  SimulatedDevice(int id, int type, const SceneParameters& scene,
+                  const SceneMotion& motion = SceneMotion{});
 
   std::string serial_number() const override;
   std::string hardware_version() const override;
@@ -36,6 +39,8 @@ class SimulatedDevice : public Device {
   void build_pool();
 
   const SceneParameters scene_;
+  const SceneMotion motion_;
+  SceneParameters scene_now_;  // scene_ at the time of the set being made
   const int pool_size_;
   // Renders outlive pool rebuilds: a settings change re-assembles the
   // frames without rendering them again.

@@ -25,7 +25,9 @@ TEST_P(CreateWindowsTest, CreatesTheStreamsWindowsAfterDestroyingThePrecedingStr
   EXPECT_EQ(screen.windows, GetParam().created);
   EXPECT_TRUE(screen.destroyed.empty());
   EXPECT_EQ(screen.probed, GetParam().probed);
-  if (!screen.probed.empty()) EXPECT_EQ(screen.probe_user_data, &shell) << "the probe's console";
+  if (!screen.probed.empty()) {
+    EXPECT_EQ(screen.probe_user_data, &shell) << "the probe's console";
+  }
 
   FakeDisplay full_screen;
   for (const char* name : {"raw_3", "depth_3", "ir_3", "RGB_3", "RGBD_depth_3", "RGBD_RGB_3"}) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <opencv2/imgcodecs.hpp>
 #include <string>
 #include <vector>
 
@@ -95,6 +96,56 @@ TEST_F(LiveTest, ACameraProblemIsOneLineOnStandardErrorWithStatusThree) {
     EXPECT_TRUE(r.out.empty()) << r.out;
     EXPECT_NE(r.err.find("boxdim-cli live: " + std::string(message) + "\n"), std::string::npos)
         << r.err;
+  }
+}
+
+// A box put down and taken away under a simulated camera: one placed, one
+// measured and one removed event, in that order, for one track, the reading
+// within the station's 5 mm and its proof picture written.
+TEST_F(LiveTest, EventsSayOnceWhenABoxIsPlacedMeasuredAndRemoved) {
+  testing::TempDir dir;
+  const std::string proofs = (dir.path() / "proofs").string();
+  const CliRun r =
+      run_with("sim", "box=400x300x200,camera-height=1200,yaw=20,noise=1.5,placed=0.3,removed=1.6",
+               {"--frames", "75", "--events", "--json", "--proof", proofs});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const auto lines = lines_of(r.out);
+  ASSERT_EQ(lines.size(), 3u) << r.out;
+  const char* kinds[] = {"placed", "measured", "removed"};
+  double time = -1.0;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const auto event = nlohmann::json::parse(lines[i]);
+    EXPECT_EQ(event["event"], kinds[i]) << lines[i];
+    EXPECT_EQ(event["device_id"], 1) << lines[i];
+    EXPECT_EQ(event["track_id"], nlohmann::json::parse(lines[0])["track_id"]) << lines[i];
+    EXPECT_GT(event["time"].get<double>(), time) << lines[i];
+    time = event["time"].get<double>();
+    if (event["event"] != "measured") {
+      EXPECT_FALSE(event.contains("length_mm")) << lines[i];
+      continue;
+    }
+    EXPECT_NEAR(event["length_mm"].get<double>(), 400.0, 5.0) << lines[i];
+    EXPECT_NEAR(event["width_mm"].get<double>(), 300.0, 5.0) << lines[i];
+    EXPECT_NEAR(event["height_mm"].get<double>(), 200.0, 5.0) << lines[i];
+    EXPECT_LE(event["uncertainty_mm"].get<double>(), 0.5) << lines[i];
+    EXPECT_GE(event["frames"].get<int>(), 8) << lines[i];
+    const std::string proof = event["proof"].get<std::string>();
+    EXPECT_EQ(std::filesystem::path(proof).parent_path(), std::filesystem::path(proofs));
+    const cv::Mat picture = cv::imread(proof, cv::IMREAD_COLOR);
+    EXPECT_EQ(picture.size(), cv::Size(640, 480)) << proof;
+  }
+}
+
+TEST_F(LiveTest, EventsRefuseTheStationEngineAndAProofWithoutEvents) {
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
+      {{"--events", "--engine", "station"}, "--events: needs the precise engine"},
+      {{"--proof", "somewhere"}, "--proof: needs --events"},
+  };
+  for (const auto& [args, message] : cases) {
+    const CliRun r = run_with("sim", "", args);
+    EXPECT_EQ(r.status, 2) << message;
+    EXPECT_TRUE(r.out.empty()) << r.out;
+    EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -171,6 +172,67 @@ TEST(Interface, AnEmptyFloorGivesNoDetectionAndSaysWhy) {
   const auto detector = seeded_interface();
   EXPECT_EQ(detector->Detect(render_scene(scene).depth.ptr<std::uint16_t>(), 640, 480), 0);
   EXPECT_STREQ(detector->LastProblem(), "nothing stands on the floor");
+}
+
+}  // namespace
+}  // namespace boxdim
+
+namespace boxdim {
+namespace {
+
+// Three boxes standing still, then the one under the camera taken away: each
+// keeps its track id, gets one placed and one measured event with a reading
+// fused over the images, and the one taken away one removed event.
+TEST(Interface, FollowsEachBoxAndSaysWhenItIsPlacedMeasuredAndRemoved) {
+  std::unique_ptr<Interface> detector = seeded_interface();
+  const SceneParameters scene = three_boxes();
+  detector->SetExactIntrinsics(scene.intrinsics.fx, scene.intrinsics.fy, scene.intrinsics.cx,
+                               scene.intrinsics.cy);
+  std::vector<Event> events;
+  std::vector<int> first_ids;
+  for (int image = 0; image < 40; ++image) {
+    SceneParameters shot = scene;
+    shot.seed = 100 + image;
+    shot.with_box = image < 25;
+    const cv::Mat depth = render_scene(shot).depth;
+    const int count = detector->DetectAt(depth.ptr<std::uint16_t>(), depth.cols, depth.rows,
+                                         std::int64_t{33333} * image);
+    ASSERT_EQ(count, image < 25 ? 3 : 2) << "image " << image;
+    std::vector<int> ids;
+    for (const Detection& d : detections_of(*detector)) {
+      ASSERT_GE(d.track_id, 1);
+      ids.push_back(d.track_id);
+      if (d.fused_frames > 0) {
+        EXPECT_NEAR(d.fused_length_mm, d.length_mm, 3.0f);
+        EXPECT_GT(d.uncertainty_mm, 0.0f);
+      }
+    }
+    std::sort(ids.begin(), ids.end());
+    if (image == 0) first_ids = ids;
+    // The same boxes keep the same ids; the one taken away leaves its id.
+    EXPECT_TRUE(std::includes(first_ids.begin(), first_ids.end(), ids.begin(), ids.end()))
+        << "image " << image;
+    for (int e = 0; e < detector->EventCount(); ++e) {
+      Event event;
+      ASSERT_TRUE(detector->GetEvent(e, &event));
+      EXPECT_EQ(event.time_us, std::int64_t{33333} * image);
+      events.push_back(event);
+    }
+  }
+  int counts[3] = {0, 0, 0};
+  for (const Event& event : events) {
+    ++counts[static_cast<int>(event.kind)];
+    if (event.kind == EventKind::kMeasured) {
+      EXPECT_GT(event.frames, 3);
+      EXPECT_LE(event.uncertainty_mm, 0.5f);
+    }
+  }
+  EXPECT_EQ(counts[0], 3);
+  EXPECT_EQ(counts[1], 3);
+  EXPECT_EQ(counts[2], 1);
+  EXPECT_STREQ(EventKindName(EventKind::kRemoved), "removed");
+  Event unused;
+  EXPECT_FALSE(detector->GetEvent(detector->EventCount(), &unused));
 }
 
 }  // namespace

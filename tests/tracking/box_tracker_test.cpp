@@ -225,6 +225,23 @@ TEST(BoxTracker, ABoxSwappedForAnotherOfOtherSizeIsANewBox) {
   EXPECT_EQ(measured, 2);
 }
 
+// A top that is no rectangle, on its own, is a bag or a piece of a box's
+// side: nothing to follow, no events.
+TEST(BoxTracker, AnIrregularTopOnItsOwnIsNoBox) {
+  BoxTracker tracker;
+  std::vector<Assignment> assignments;
+  std::vector<TrackEvent> events;
+  Sighting bag;
+  bag.status = BoxStatus::kIrregular;
+  bag.centre_mm = kUnderCamera;
+  for (int frame = 0; frame < 30; ++frame) {
+    tracker.update(frame * kFrameUs, {bag}, assignments, events);
+    EXPECT_EQ(assignments[0].track_id, -1) << "frame " << frame;
+  }
+  EXPECT_TRUE(events.empty());
+  EXPECT_EQ(tracker.active_tracks(), 0);
+}
+
 // More boxes than slots: the first hundred are followed, the others not,
 // and nothing breaks.
 TEST(BoxTracker, FollowsAtMostItsSlotsOfBoxes) {

@@ -30,6 +30,11 @@ std::string read_config() {
          << s.camera_height_mm << " " << s.tilt_deg << " " << s.roll_deg << " " << s.yaw_deg << " "
          << s.offset_mm.x << ":" << s.offset_mm.y << " " << s.noise.sigma_at_1m_mm << " "
          << s.noise.flying_pixel_probability << " " << s.noise.dropout_probability << " " << s.seed;
+    const SceneMotion& m = config.motion;
+    if (!m.still()) {
+      text << " | placed " << m.placed_s << " removed " << m.removed_s << " speed "
+           << m.conveyor_mm_s;
+    }
   } catch (const ConfigError& e) {
     return e.what();
   }
@@ -62,7 +67,15 @@ TEST_F(CameraConfigTest, VariablesBecomeDevicesAndASceneOrNameTheBadItem) {
       {nullptr, "yaw=10,tilt=ten", "BOXDIM_SCENE: 'tilt=ten' is not a number"},
       {nullptr, "zoom=2",
        "BOXDIM_SCENE: 'zoom=2' has an unknown key 'zoom' (box, camera-height, tilt, roll, yaw, "
-       "offset, noise, flying, dropout, seed)"},
+       "offset, noise, flying, dropout, seed, placed, removed, speed)"},
+      {nullptr, "placed=0.5,removed=4,speed=-500",
+       "S1 | 400x300x200 1000 0 0 15 0:0 1 0 0 1 | placed 0.5 removed 4 speed -500"},
+      {nullptr, "speed=800",
+       "S1 | 400x300x200 1000 0 0 15 0:0 1 0 0 1 | placed 0 removed inf speed 800"},
+      {nullptr, "placed=-1", "BOXDIM_SCENE: 'placed=-1' needs seconds from 0"},
+      {nullptr, "speed=9000", "BOXDIM_SCENE: 'speed=9000' needs a speed from -5000 to 5000 mm/s"},
+      {nullptr, "placed=3,removed=2",
+       "BOXDIM_SCENE: 'placed=3,removed=2' removes the box before it is placed"},
       {nullptr, "yaw=1,yaw=2", "BOXDIM_SCENE: 'yaw=2' sets yaw a second time"},
       {nullptr, "seed=2.5", "BOXDIM_SCENE: 'seed=2.5' needs a whole number from 0"},
   };
