@@ -1,8 +1,8 @@
 // boxdim: measures boxes seen from above by time-of-flight cameras.
 #include <iostream>
 
-#include "app/display_check.h"
 #include "app/program.h"
+#include "runtime/display_check.h"
 
 int main() {
   if (const std::string problem = boxdim::display_problem(); !problem.empty()) {

@@ -177,6 +177,13 @@ void add_live_command(CLI::App& app, LiveArguments& args) {
   cmd->add_option("--proof", args.options.proof_dir,
                   "With --events, write a PNG proof picture of every measured box into DIR")
       ->type_name("DIR");
+  cmd->add_flag("--view", args.options.view,
+                "Show each camera's frames in a window with every box followed, its track id and "
+                "fused dimensions (Esc or q in the window stops)");
+  cmd->add_option("--capture", args.options.capture_dir,
+                  "Record every frame the cameras deliver into DIR, as BOXDIM_CAMERA=replay:DIR "
+                  "plays it back")
+      ->type_name("DIR");
 }
 
 EvaluateOptions finish_evaluate(const CLI::App& app, EvaluateArguments& args) {
@@ -211,6 +218,9 @@ LiveOptions finish_live(const CLI::App& app, LiveArguments& args) {
   }
   if (cmd->count("--proof") > 0 && options.proof_dir.empty()) {
     throw UsageError("--proof", "needs a folder");
+  }
+  if (cmd->count("--capture") > 0 && options.capture_dir.empty()) {
+    throw UsageError("--capture", "needs a folder");
   }
   return options;
 }

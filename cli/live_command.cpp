@@ -7,12 +7,15 @@
 #include <memory>
 #include <sstream>
 
+#include "cli/frame_recorder.h"
 #include "cli/json_line.h"
 #include "cli/json_number.h"
+#include "cli/live_view.h"
 #include "cli/output.h"
 #include "cli/result_writer.h"
 #include "engine/box_picture.h"
 #include "engine/engine_factory.h"
+#include "runtime/display_check.h"
 #include "runtime/stop_signals.h"
 #include "source/camera_source.h"
 
@@ -49,8 +52,8 @@ std::string proof_path(const std::string& dir, int camera, const TrackEvent& eve
 std::string event_text(int camera, const TrackEvent& event, const std::string& proof) {
   char line[256];
   const int n =
-      std::snprintf(line, sizeof line, "camera %d box %d %s at %.3f s", camera, event.track_id,
-                    track_event_name(event.kind), seconds_of(event.time_us));
+      std::snprintf(line, sizeof line, "camera %d box %d %s at %s", camera, event.track_id,
+                    track_event_name(event.kind), frame_time_text(event.time_us).c_str());
   std::string text(line, static_cast<std::size_t>(std::max(0, n)));
   if (event.kind == TrackEventKind::kMeasured) {
     const BoxDimensions& d = event.reading.dimensions;
@@ -103,6 +106,13 @@ class CameraEngines {
 }  // namespace
 
 int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
+  // Without a display the window toolkit would abort the process.
+  if (options.view) {
+    if (const std::string problem = display_problem(); !problem.empty()) {
+      err << "boxdim-cli live: --view: " << problem << '\n';
+      return kExitOutputFailed;
+    }
+  }
   const StopSignals stop_signals;
   EngineContext context;
   context.log = &err;
@@ -117,12 +127,19 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
   long long measured = 0;
   std::map<int, long long> frames_of_camera;
   MeasurementResult result;  // its buffers reused from frame to frame
+  const std::vector<TrackEvent> no_events;
+  bool stopped_in_view = false;
   try {
     if (!options.proof_dir.empty()) create_output_folder(options.proof_dir, "proof folder");
+    std::optional<FrameRecorder> recorder;
+    if (!options.capture_dir.empty()) recorder.emplace(options.capture_dir);
+    std::optional<LiveView> view;
+    if (options.view) view.emplace();
     cameras.start();
     while (!options.frames || measured < *options.frames) {
       const std::optional<DepthFrame> frame = cameras.next();
       if (!frame) break;
+      if (recorder) recorder->record(*frame);
       engines.of(frame->camera_id).measure_into(*frame, result);
       const long long number = ++frames_of_camera[frame->camera_id];
       ++measured;
@@ -131,9 +148,8 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
                    options.json ? json_text(frame->camera_id, number, result, options.engine)
                                 : text_line(frame->camera_id, number, result),
                    kStandardOutput);
-        continue;
       }
-      for (const TrackEvent& event : result.events) {
+      for (const TrackEvent& event : options.events ? result.events : no_events) {
         std::string proof;
         if (event.kind == TrackEventKind::kMeasured && !options.proof_dir.empty()) {
           proof = proof_path(options.proof_dir, frame->camera_id, event);
@@ -143,6 +159,11 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
                    options.json ? event_json(frame->camera_id, event, proof)
                                 : event_text(frame->camera_id, event, proof),
                    kStandardOutput);
+      }
+      if (view) {
+        view->show(*frame, result);
+        stopped_in_view = view->stop_requested();
+        if (stopped_in_view) break;
       }
     }
     cameras.stop();
@@ -154,8 +175,11 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
     return kExitCameraProblem;
   }
   err << "boxdim-cli live: " << measured << " frames measured";
-  if (const int signal = StopSignals::requested())
+  if (const int signal = StopSignals::requested()) {
     err << ", stopped by " << StopSignals::name(signal);
+  } else if (stopped_in_view) {
+    err << ", stopped in the view window";
+  }
   err << '\n';
   return 0;
 }

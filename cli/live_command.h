@@ -18,6 +18,11 @@ struct LiveOptions {
   bool events = false;
   // A PNG proof picture for every measured event, into this folder.
   std::string proof_dir;
+  // Every frame delivered, recorded into this folder for the virtual
+  // camera to replay.
+  std::string capture_dir;
+  // A window per camera showing the boxes followed (needs a display).
+  bool view = false;
 };
 
 // Exit status of a camera problem: no camera found, an SDK call failed, or
@@ -30,9 +35,9 @@ constexpr int kLiveFrameTimeoutSeconds = 10;
 // each naming the camera, the track and the time); the measurement
 // stages' own lines and every message go to `err`, which closes with the
 // number of frames measured. Exit status 0 once the frames are done or
-// SIGINT, SIGTERM or SIGHUP arrived; kExitOutputFailed (2) when `out` cannot
-// be written; else kExitCameraProblem. The cameras are stopped and the SDK
-// shut down in every case.
+// SIGINT, SIGTERM or SIGHUP arrived (or Esc was pressed in a view window); kExitOutputFailed (2)
+// when `out` cannot be written; else kExitCameraProblem. The cameras are stopped and the SDK shut
+// down in every case.
 int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace boxdim

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <opencv2/imgproc.hpp>
 #include <string>
 #include <vector>
@@ -34,6 +35,22 @@ void put_outlined_text(cv::Mat& picture, const std::string& text, cv::Point at, 
 }
 
 }  // namespace
+
+std::string frame_time_text(std::int64_t time_us) {
+  // From 2001 on, a time is taken to count from 1970.
+  constexpr std::int64_t kEpochLikeUs = 978307200LL * 1000000;
+  char text[48];
+  if (time_us < kEpochLikeUs) {
+    std::snprintf(text, sizeof text, "%.3f s", static_cast<double>(time_us) * 1e-6);
+    return text;
+  }
+  const std::time_t seconds = static_cast<std::time_t>(time_us / 1000000);
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  const std::size_t n = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &utc);
+  std::snprintf(text + n, sizeof text - n, ".%03d UTC", static_cast<int>(time_us / 1000 % 1000));
+  return text;
+}
 
 cv::Mat depth_picture(const cv::Mat& depth) {
   CV_Assert(depth.type() == CV_16UC1);
@@ -97,8 +114,8 @@ cv::Mat draw_proof(const cv::Mat& depth, const TrackEvent& event, int camera_id)
   std::snprintf(text[1], sizeof text[1], "%.1f x %.1f x %.1f mm (+/- %.1f mm, %d frames)",
                 d.box_length, d.box_width, d.box_height, event.reading.uncertainty_mm,
                 event.reading.frames);
-  std::snprintf(text[2], sizeof text[2], "camera %d, %.3f s", camera_id,
-                static_cast<double>(event.time_us) * 1e-6);
+  std::snprintf(text[2], sizeof text[2], "camera %d, %s", camera_id,
+                frame_time_text(event.time_us).c_str());
   for (int i = 0; i < 3; ++i) {
     put_outlined_text(picture, text[i], cv::Point(line / 2, line * (i + 1)), scale, colour);
   }

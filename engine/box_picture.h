@@ -4,7 +4,9 @@
 // measurement: one box's outline, its fused reading, track, camera and time.
 #pragma once
 
+#include <cstdint>
 #include <opencv2/core.hpp>
+#include <string>
 
 #include "core/measurement_result.h"
 
@@ -13,6 +15,10 @@ namespace boxdim {
 // 8-bit BGR, the frame's size: near surfaces dark, far ones bright, pixels
 // without depth black.
 cv::Mat draw_boxes(const cv::Mat& depth, const MeasurementResult& result);
+
+// A frame's time for people: the UTC date and clock time to the millisecond
+// when it counts from 1970 (as camera clocks do), else seconds ("12.345 s").
+std::string frame_time_text(std::int64_t time_us);
 
 // The depth frame alone, drawn as above.
 cv::Mat depth_picture(const cv::Mat& depth);

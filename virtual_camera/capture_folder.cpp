@@ -5,6 +5,7 @@
 #include <map>
 #include <ostream>
 #include <regex>
+#include <tuple>
 #include <utility>
 
 namespace boxdim::virtual_camera {
@@ -27,7 +28,7 @@ void warn(std::ostream& warnings, const std::filesystem::path& file, const std::
 std::optional<CaptureName> parse_capture_name(const std::string& file_name) {
   // Digit counts bound the numbers so that none can overflow.
   static const std::regex pattern(
-      R"(^(\d{1,9})_(\d{1,4})x(\d{1,4})-(raw|depth|ir)_(\d{1,18})\.raw$)");
+      R"(^(\d{1,9})_(\d{1,4})x(\d{1,4})-(raw|depth|ir)_(\d{1,18})(?:_(\d{1,18}))?\.raw$)");
   std::smatch match;
   if (!std::regex_match(file_name, match, pattern)) return std::nullopt;
   CaptureName name;
@@ -35,6 +36,7 @@ std::optional<CaptureName> parse_capture_name(const std::string& file_name) {
   name.size = cv::Size(std::stoi(match[2]), std::stoi(match[3]));
   name.kind = match[4];
   name.time = std::stoll(match[5]);
+  if (match[6].matched) name.counter = std::stoll(match[6]);
   if (name.size.width < 1 || name.size.height < 1 || name.size.width > kMaxSide ||
       name.size.height > kMaxSide) {
     return std::nullopt;
@@ -44,7 +46,7 @@ std::optional<CaptureName> parse_capture_name(const std::string& file_name) {
 
 std::vector<CapturedSet> scan_capture(const std::filesystem::path& folder, std::ostream& warnings) {
   namespace fs = std::filesystem;
-  std::map<std::pair<std::int64_t, int>, CapturedSet> sets;
+  std::map<std::tuple<std::int64_t, std::int64_t, int>, CapturedSet> sets;
   for (const std::string kind : {"raw", "depth", "ir"}) {
     std::error_code error;
     const fs::path subfolder = folder / kind;
@@ -73,12 +75,13 @@ std::vector<CapturedSet> scan_capture(const std::filesystem::path& folder, std::
              std::to_string(error ? 0 : bytes) + " bytes, not " + std::to_string(expected));
         continue;
       }
-      CapturedSet& set = sets[{name->time, name->id}];
+      CapturedSet& set = sets[{name->time, name->counter, name->id}];
       set.time = name->time;
+      set.counter = name->counter;
       set.id = name->id;
       std::optional<CapturedFrame>& frame = slot(set, kind);
       if (frame) {
-        warn(warnings, file, "another " + kind + " frame of the same device and second");
+        warn(warnings, file, "another " + kind + " frame of the same device, second and counter");
         continue;
       }
       frame = CapturedFrame{file, name->size};

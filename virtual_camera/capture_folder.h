@@ -1,5 +1,7 @@
 // Reading a folder as the program's frame capture writes it: depth/, raw/ and ir/ holding
-// <id>_<W>x<H>-<kind>_<time>.raw files of W * H bare little-endian 16-bit samples.
+// <id>_<W>x<H>-<kind>_<time>.raw files of W * H bare little-endian 16-bit samples. A
+// recording of every frame adds a frame counter, <time>_<counter>, as seconds alone would
+// name 30 frames alike.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +17,9 @@ namespace boxdim::virtual_camera {
 struct CaptureName {
   int id = 0;
   cv::Size size;
-  std::string kind;       // "raw", "depth" or "ir"
-  std::int64_t time = 0;  // seconds
+  std::string kind;          // "raw", "depth" or "ir"
+  std::int64_t time = 0;     // seconds
+  std::int64_t counter = 0;  // the frame's number in a recording of every frame; 0 without
 };
 
 // nullopt unless the name has the capture's form.
@@ -27,16 +30,17 @@ struct CapturedFrame {
   cv::Size size;
 };
 
-// The frames one device captured within one second.
+// The frames one device captured within one second, or as one numbered frame.
 struct CapturedSet {
   std::int64_t time = 0;
+  std::int64_t counter = 0;
   int id = 0;
   std::optional<CapturedFrame> raw;
   std::optional<CapturedFrame> depth;
   std::optional<CapturedFrame> ir;
 };
 
-// The folder's sets in time order, then by id. Every file that does not
+// The folder's sets in time order, then by counter, then by id. Every file that does not
 // parse, sits in the wrong subfolder or holds the wrong number of bytes is
 // skipped with one line on `warnings`. Only names and sizes are read.
 std::vector<CapturedSet> scan_capture(const std::filesystem::path& folder, std::ostream& warnings);

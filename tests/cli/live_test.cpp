@@ -136,6 +136,41 @@ TEST_F(LiveTest, EventsSayOnceWhenABoxIsPlacedMeasuredAndRemoved) {
   }
 }
 
+// A session recorded on site replays at a desk to the same events.
+TEST_F(LiveTest, ACaptureReplaysToTheSameEvents) {
+  testing::TempDir dir;
+  const std::string capture = (dir.path() / "capture").string();
+  const CliRun live =
+      run_with("sim", "box=350x250x150,camera-height=1100,yaw=40,noise=1,placed=0.2,removed=1.4",
+               {"--frames", "70", "--events", "--json", "--capture", capture});
+  ASSERT_EQ(live.status, 0) << live.err;
+  std::size_t files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path() / "capture" / "depth")) {
+    EXPECT_EQ(entry.file_size(), 640u * 480u * 2u) << entry.path();
+    ++files;
+  }
+  EXPECT_EQ(files, 70u);
+
+  const std::string camera = "replay:" + capture;
+  const CliRun replay = run_with(camera.c_str(), "", {"--frames", "70", "--events", "--json"});
+  ASSERT_EQ(replay.status, 0) << replay.err;
+  const auto recorded = lines_of(live.out);
+  const auto replayed = lines_of(replay.out);
+  ASSERT_EQ(recorded.size(), 3u) << live.out;
+  ASSERT_EQ(replayed.size(), recorded.size()) << replay.out;
+  for (std::size_t i = 0; i < recorded.size(); ++i) {
+    const auto a = nlohmann::json::parse(recorded[i]);
+    const auto b = nlohmann::json::parse(replayed[i]);
+    EXPECT_EQ(a["event"], b["event"]) << replayed[i];
+    EXPECT_EQ(a["track_id"], b["track_id"]) << replayed[i];
+    for (const char* key : {"length_mm", "width_mm", "height_mm"}) {
+      if (a.contains(key)) {
+        EXPECT_NEAR(a[key].get<double>(), b[key].get<double>(), 0.5) << key;
+      }
+    }
+  }
+}
+
 TEST_F(LiveTest, EventsRefuseTheStationEngineAndAProofWithoutEvents) {
   const std::pair<std::vector<std::string>, const char*> cases[] = {
       {{"--events", "--engine", "station"}, "--events: needs the precise engine"},

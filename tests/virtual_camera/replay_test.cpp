@@ -171,6 +171,22 @@ TEST_F(ReplayFolderTest, AStreamTheCaptureCannotFeedIsRefusedWithTheReason) {
   EXPECT_EQ(StartStreaming(1, 1), 0);
 }
 
+// A recording of every frame numbers the frames of a second: they play in
+// the order of their numbers, after a second captured the station's way.
+TEST_F(ReplayFolderTest, NumberedFramesOfOneSecondPlayInTheirOrder) {
+  write_frame(dir.path() / "depth" / "1_8x6-depth_100_000010.raw", 10);
+  write_frame(dir.path() / "depth" / "1_8x6-depth_100_000002.raw", 2);
+  write_frame(dir.path() / "depth" / "1_8x6-depth_100_000001.raw", 1);
+  write_frame(dir.path() / "depth" / "1_8x6-depth_99.raw", 99);
+  open_first(("replay:" + dir.path().string()).c_str());
+  ASSERT_EQ(StartStreaming(1, 2), 0);
+  for (const std::uint16_t expected : {99, 1, 2, 10, 99}) {
+    const FrameData* set = next_set();
+    ASSERT_NE(set, nullptr);
+    EXPECT_EQ(frames_of(*set).at(0).samples().at<std::uint16_t>(0, 0), expected);
+  }
+}
+
 TEST_F(ReplayFolderTest, TheCamerasOfCaptureFoldersCountTowardsTheLimit) {
   write_frame(dir.path() / "depth" / "1_8x6-depth_5.raw", 7);
   write_frame(dir.path() / "depth" / "2_8x6-depth_5.raw", 7);
