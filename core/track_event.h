@@ -21,7 +21,7 @@ struct FusedReading {
 };
 
 enum class TrackEventKind {
-  kPlaced,    // a new box appeared
+  kPlaced,    // a new box appeared: seen in a few frames, measured in one
   kMeasured,  // its reading settled; once per box
   kRemoved,   // it left
 };

@@ -225,6 +225,7 @@ SequenceOutcome run_sequence(const SequenceScript& script, std::time_t ransac_se
   std::map<int, BoxDimensions> truth_of_box;
   std::map<int, double> measured_at_s;
   std::map<int, std::vector<double>> readings_after[3];
+  std::map<int, BoxDimensions> last_reading;
   int placed = 0;
   int removed = 0;
   int stray_measured = 0;
@@ -255,6 +256,7 @@ SequenceOutcome run_sequence(const SequenceScript& script, std::time_t ransac_se
         readings_after[0][box->box].push_back(detection.fused->dimensions.box_length);
         readings_after[1][box->box].push_back(detection.fused->dimensions.box_width);
         readings_after[2][box->box].push_back(detection.fused->dimensions.box_height);
+        last_reading[box->box] = detection.fused->dimensions;
       }
     }
     for (const TrackEvent& event : result.events) {
@@ -292,6 +294,7 @@ SequenceOutcome run_sequence(const SequenceScript& script, std::time_t ransac_se
     if (ids_of_box[b].size() != 1) {
       wrong(which + " on " + std::to_string(ids_of_box[b].size()) + " tracks");
     }
+    if (last_reading.count(b)) add_errors(last_reading[b], truth_of_box[b], outcome.late_errors);
     if (readings_after[0].count(b) && readings_after[0][b].size() >= 2) {
       double sd = 0.0;
       for (int d = 0; d < 3; ++d) sd = std::max(sd, standard_deviation(readings_after[d][b]));
@@ -305,6 +308,7 @@ SequenceOutcome run_sequence(const SequenceScript& script, std::time_t ransac_se
 SequenceStatistics summarise(const std::vector<SequenceOutcome>& outcomes) {
   SequenceStatistics stats;
   std::vector<double> fused[3];
+  std::vector<double> late[3];
   std::vector<double> single[3];
   std::vector<double> settle;
   std::vector<double> ms;
@@ -315,9 +319,11 @@ SequenceStatistics summarise(const std::vector<SequenceOutcome>& outcomes) {
     if (!o.problem.empty()) ++stats.problems[o.problem];
     for (int d = 0; d < 3; ++d) {
       fused[d].insert(fused[d].end(), o.fused_errors[d].begin(), o.fused_errors[d].end());
+      late[d].insert(late[d].end(), o.late_errors[d].begin(), o.late_errors[d].end());
       single[d].insert(single[d].end(), o.frame_errors[d].begin(), o.frame_errors[d].end());
     }
     settle.insert(settle.end(), o.settle_s.begin(), o.settle_s.end());
+    stats.any_late = stats.any_late || !o.late_errors[0].empty();
     for (const double sd : o.reading_sd_mm) {
       stats.reading_sd_max_mm = std::max(stats.reading_sd_max_mm, sd);
       stats.any_reading_sd = true;
@@ -326,6 +332,7 @@ SequenceStatistics summarise(const std::vector<SequenceOutcome>& outcomes) {
   }
   for (int d = 0; d < 3; ++d) {
     stats.fused[d] = error_statistics(fused[d]);
+    stats.late[d] = error_statistics(late[d]);
     stats.single_frame[d] = error_statistics(single[d]);
   }
   if (!settle.empty()) {

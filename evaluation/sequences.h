@@ -56,6 +56,9 @@ struct SequenceOutcome {
   // Per box measured: the fused reading's absolute error at its measured
   // event (mm), per dimension.
   std::vector<double> fused_errors[3];
+  // Per box measured at rest: the error of its last reading before it was
+  // taken away (mm), per dimension.
+  std::vector<double> late_errors[3];
   // Per frame in which a box was measured: that frame's own error (mm).
   std::vector<double> frame_errors[3];
   // Per box at rest that was measured: seconds from rest to the event.
@@ -78,6 +81,8 @@ struct SequenceStatistics {
   int boxes = 0;
   int events_right = 0;  // sequences
   ErrorStatistics fused[3];
+  ErrorStatistics late[3];
+  bool any_late = false;
   ErrorStatistics single_frame[3];
   double settle_median_s = 0.0;
   double settle_max_s = 0.0;

@@ -59,7 +59,7 @@ struct Detection {
 };
 
 enum class EventKind {
-  kPlaced = 0,    // a new box appeared (seen in 3 images)
+  kPlaced = 0,    // a new box appeared (seen in 3 images, measured in one)
   kMeasured = 1,  // its fused reading settled; once per box
   kRemoved = 2,   // it left (unseen for 10 images)
 };

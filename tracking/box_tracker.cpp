@@ -17,8 +17,8 @@ constexpr float kMaxMissMm = 100.0f;
 constexpr float kMaxSizeChangeMm = 25.0f;
 // A track's reading counts for matching once it has this many frames.
 constexpr int kReadingFramesForMatching = 3;
-// Frames a box must be seen in before it counts as placed: a detection of
-// one or two frames is noise, not a box.
+// Frames a box must be seen in (one of them measured) before it counts as
+// placed: a detection of one or two frames is noise, not a box.
 constexpr int kFramesToPlace = 3;
 // Frames a track may go unseen before its box counts as gone (a third of a
 // second at 30 frames a second: a hand passing over the box does not end it).
@@ -102,7 +102,10 @@ void BoxTracker::follow(Track& track, const Sighting& sighting, float seconds, s
   event.track_id = track.id;
   event.time_us = time_us;
   event.corners_px = track.corners_px;
-  if (!track.placed && track.seen >= kFramesToPlace) {
+  // A box is placed once it has been seen long enough and measured at least
+  // once: a sliver at the frame's border, cut from frame to frame, is no box
+  // yet, and a box seen only cut never gets a reading anyway.
+  if (!track.placed && track.seen >= kFramesToPlace && track.reading) {
     track.placed = true;
     event.kind = TrackEventKind::kPlaced;
     events.push_back(event);
