@@ -12,6 +12,7 @@
 
 #include "precise/binary_morphology.h"
 #include "precise/min_area_rectangle.h"
+#include "precise/top_surface.h"
 
 namespace boxdim::precise {
 
@@ -25,7 +26,6 @@ constexpr float kMinFill = 0.88f;
 // A top that slopes more than this against the floor does not lie on it.
 constexpr float kMaxTopSlope = 0.05f;
 constexpr int kRefinements = 3;
-constexpr int kHeightGrid = 17;
 constexpr std::size_t kMaxHeightSamples = 1500;
 // A median needs no more values than this to be as good as all of them.
 constexpr std::size_t kMaxMedianSamples = 1000;
@@ -173,125 +173,6 @@ std::optional<Line> fit_line(const std::vector<cv::Point2f>& xy) {
   if (!first) return first;
   const std::optional<Line> second = solve(xy, &*first);
   return second ? second : first;
-}
-
-// Solves the leading n x n block of a x = b, a symmetric and positive
-// definite, by Cholesky; false when it is singular.
-template <int N>
-bool solve_leading(const cv::Matx<double, N, N>& a, const cv::Matx<double, N, 1>& b, int n,
-                   double* x) {
-  double l[N][N] = {};
-  for (int i = 0; i < n; ++i) {
-    for (int j = 0; j <= i; ++j) {
-      double sum = a(i, j);
-      for (int k = 0; k < j; ++k) sum -= l[i][k] * l[j][k];
-      if (i == j) {
-        if (sum <= 1e-12) return false;
-        l[i][i] = std::sqrt(sum);
-      } else {
-        l[i][j] = sum / l[j][j];
-      }
-    }
-  }
-  double y[N] = {};
-  for (int i = 0; i < n; ++i) {
-    double sum = b(i);
-    for (int k = 0; k < i; ++k) sum -= l[i][k] * y[k];
-    y[i] = sum / l[i][i];
-  }
-  for (int i = n - 1; i >= 0; --i) {
-    double sum = y[i];
-    for (int k = i + 1; k < n; ++k) sum -= l[k][i] * x[k];
-    x[i] = sum / l[i][i];
-  }
-  return true;
-}
-
-// The highest point of the top above the floor: a constant, a plane or a
-// biquadratic surface, whichever the samples (x, y in [-1, 1], height)
-// support best, evaluated over the whole rectangle. A bulging lid rises
-// above its rim; a sagging one leaves the rim highest.
-struct TopSurface {
-  float highest = 0.0f;
-  float slope = 0.0f;  // of the plane through it, height per unit of x and y
-  float rms = 0.0f;
-};
-
-TopSurface top_surface(const std::vector<cv::Point3f>& samples, float half_x, float half_y) {
-  constexpr int kTerms = 9;
-  // Term k is x^px[k] * y^py[k]; the normal equations need only the sums of
-  // x^a y^b for a, b up to 4, and of h x^a y^b for a, b up to 2.
-  static const int px[kTerms] = {0, 1, 0, 2, 1, 0, 2, 1, 2};
-  static const int py[kTerms] = {0, 0, 1, 0, 1, 2, 1, 2, 2};
-  const auto terms = [](float x, float y, double* t) {
-    const double xx = double(x) * x;
-    const double yy = double(y) * y;
-    t[0] = 1.0;
-    t[1] = x;
-    t[2] = y;
-    t[3] = xx;
-    t[4] = double(x) * y;
-    t[5] = yy;
-    t[6] = xx * y;
-    t[7] = double(x) * yy;
-    t[8] = xx * yy;
-  };
-  double moments[5][5] = {};
-  double h_moments[3][3] = {};
-  double sum_h2 = 0.0;
-  for (const cv::Point3f& s : samples) {
-    double xp[5] = {1.0, s.x, 0, 0, 0};
-    double yp[5] = {1.0, s.y, 0, 0, 0};
-    for (int p = 2; p < 5; ++p) {
-      xp[p] = xp[p - 1] * s.x;
-      yp[p] = yp[p - 1] * s.y;
-    }
-    for (int a = 0; a < 5; ++a) {
-      for (int b = 0; a + b <= 8 && b < 5; ++b) moments[a][b] += xp[a] * yp[b];
-    }
-    for (int a = 0; a < 3; ++a) {
-      for (int b = 0; b < 3; ++b) h_moments[a][b] += s.z * xp[a] * yp[b];
-    }
-    sum_h2 += double(s.z) * s.z;
-  }
-  cv::Matx<double, kTerms, kTerms> ata;
-  cv::Matx<double, kTerms, 1> atb;
-  for (int i = 0; i < kTerms; ++i) {
-    atb(i) = h_moments[px[i]][py[i]];
-    for (int j = 0; j < kTerms; ++j) ata(i, j) = moments[px[i] + px[j]][py[i] + py[j]];
-  }
-  const double n = static_cast<double>(samples.size());
-  TopSurface best;
-  double best_criterion = std::numeric_limits<double>::infinity();
-  for (const int used : {1, 3, kTerms}) {
-    double c[kTerms] = {};
-    if (!solve_leading(ata, atb, used, c)) continue;
-    // Residual sum of squares from the normal equations: h.h - c.(A^T h).
-    double explained = 0.0;
-    for (int i = 0; i < used; ++i) explained += c[i] * atb(i);
-    const double rss = std::max(1e-9, sum_h2 - explained);
-    const double criterion = n * std::log(rss / n) + used * std::log(n);
-    if (criterion >= best_criterion) continue;
-    best_criterion = criterion;
-    TopSurface surface;
-    surface.rms = static_cast<float>(std::sqrt(rss / n));
-    const double* coefficients = c;
-    surface.slope = static_cast<float>(std::hypot(coefficients[1] / std::max(1.0f, half_x),
-                                                  coefficients[2] / std::max(1.0f, half_y)));
-    double highest = -std::numeric_limits<double>::infinity();
-    for (int gy = 0; gy < kHeightGrid; ++gy) {
-      for (int gx = 0; gx < kHeightGrid; ++gx) {
-        double t[kTerms];
-        terms(-1.0f + 2.0f * gx / (kHeightGrid - 1), -1.0f + 2.0f * gy / (kHeightGrid - 1), t);
-        double value = 0.0;
-        for (int i = 0; i < kTerms; ++i) value += coefficients[i] * t[i];
-        highest = std::max(highest, value);
-      }
-    }
-    surface.highest = static_cast<float>(highest);
-    best = surface;
-  }
-  return best;
 }
 
 }  // namespace
@@ -613,28 +494,36 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, FitBuffers& buffers)
   fit.length_mm = 2.0f * std::max(rect.half[0], rect.half[1]);
   fit.width_mm = 2.0f * std::min(rect.half[0], rect.half[1]);
 
-  // The highest point of the top, from the pixels well inside the outline.
-  std::vector<cv::Point3f>& top_samples = buffers.top;
-  top_samples.clear();
+  // The highest point of the top, from the pixels well inside the outline,
+  // in the box's own coordinates: x along its longer side, pointing the way
+  // the plane's first axis does, so that the sums of frames of one box add
+  // up (a tracker fuses them).
+  const int longer = rect.half[0] >= rect.half[1] ? 0 : 1;
+  cv::Point2f along = longer == 0 ? rect.axis() : rect.across();
+  if (along.x < 0.0f || (along.x == 0.0f && along.y < 0.0f)) along = -along;
+  const cv::Point2f sideways(-along.y, along.x);
+  const float half_long = std::max(1.0f, rect.half[longer]);
+  const float half_short = std::max(1.0f, rect.half[1 - longer]);
+  const float margin_x = 1.0f - 2.0f * pixel_mm / half_long;
+  const float margin_y = 1.0f - 2.0f * pixel_mm / half_short;
+  fit.top = TopMoments{};
   const std::size_t stride = std::max<std::size_t>(1, face.pixel_count / kMaxHeightSamples);
-  const float margin_x = 1.0f - 2.0f * pixel_mm / std::max(1.0f, rect.half[0]);
-  const float margin_y = 1.0f - 2.0f * pixel_mm / std::max(1.0f, rect.half[1]);
   for (std::size_t n = 0; n < face.pixel_count; n += stride) {
     const int i = face.pixels[n];
     const float h = heights(i / width, i % width);
     cv::Point2f q;
     if (std::isnan(h) || !on_plane(float(i % width), float(i / width), q)) continue;
     q -= rect.centre;
-    const float x = q.dot(rect.axis()) / std::max(1.0f, rect.half[0]);
-    const float y = q.dot(rect.across()) / std::max(1.0f, rect.half[1]);
+    const float x = q.dot(along) / half_long;
+    const float y = q.dot(sideways) / half_short;
     if (std::abs(x) > margin_x || std::abs(y) > margin_y) continue;
-    top_samples.emplace_back(x, y, h);
+    fit.top.add(x, y, h);
   }
-  if (top_samples.size() < 10) {
+  if (fit.top.n < 10) {
     fit.reason = "too few pixels inside the top";
     return fit;
   }
-  const TopSurface surface = top_surface(top_samples, rect.half[0], rect.half[1]);
+  const TopSurface surface = fit_top_surface(fit.top, half_long, half_short);
   fit.height_mm = surface.highest;
 
   // How well it all fits, and whether it can be trusted: the share of the

@@ -12,6 +12,7 @@
 #include "core/measurement_result.h"
 #include "precise/frame_points.h"
 #include "precise/top_faces.h"
+#include "precise/top_surface.h"
 
 namespace boxdim::precise {
 
@@ -28,6 +29,8 @@ struct BoxFit {
   // rectangle is fitted.
   cv::Point3f centre_mm;
   float confidence = 0.0f;  // 0 to 1, from how well the outline and top fit
+  // The sums the height was fitted from, x along the top's longer side.
+  TopMoments top;
   const char* reason = "";  // why it is not measured
 };
 
@@ -123,7 +126,6 @@ struct FitBuffers {
   Side sides[4];
   std::vector<cv::Point2f> outline;
   std::vector<cv::Point2f> course;
-  std::vector<cv::Point3f> top;
   std::vector<float> values;
 };
 

@@ -33,6 +33,14 @@ echo "Frames measured: $(grep -c ': length' "$out/live.txt" || true) of $(wc -l 
 echo "One line per frame: $out/live.txt; messages: $out/live-log.txt"
 
 echo
+echo "== A box put down at 0.5 s and taken away at 2 s: the tracker's events =="
+BOXDIM_SCENE="box=400x300x200,camera-height=1100,yaw=25,noise=1,placed=0.5,removed=2" \
+  build/bin/boxdim-cli live --frames 80 --events --proof "$out/proofs" \
+  > "$out/events.txt" 2> "$out/events-log.txt" || true
+cat "$out/events.txt"
+echo "Proof pictures: $out/proofs/"
+
+echo
 echo "== The same kind of scene rendered to a file and measured by boxdim-cli =="
 cli=build/bin/boxdim-cli
 "$cli" simulate --box 400x300x200 --camera-height 1000 --tilt 5 --yaw 20 \

@@ -1,0 +1,163 @@
+#include "precise/top_surface.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <opencv2/core.hpp>
+
+namespace boxdim::precise {
+
+namespace {
+
+// The surface's highest point is sought on a grid of this many points a side.
+constexpr int kHeightGrid = 17;
+constexpr int kTerms = 9;
+// Term k is x^px[k] * y^py[k]: 1, x, y, x^2, xy, y^2, x^2 y, x y^2, x^2 y^2.
+constexpr int px[kTerms] = {0, 1, 0, 2, 1, 0, 2, 1, 2};
+constexpr int py[kTerms] = {0, 0, 1, 0, 1, 2, 1, 2, 2};
+
+void terms(float x, float y, double* t) {
+  const double xx = double(x) * x;
+  const double yy = double(y) * y;
+  t[0] = 1.0;
+  t[1] = x;
+  t[2] = y;
+  t[3] = xx;
+  t[4] = double(x) * y;
+  t[5] = yy;
+  t[6] = xx * y;
+  t[7] = double(x) * yy;
+  t[8] = xx * yy;
+}
+
+// Solves the leading n x n block of a x = b, a symmetric and positive
+// definite, by Cholesky; false when it is singular.
+template <int N>
+bool solve_leading(const cv::Matx<double, N, N>& a, const cv::Matx<double, N, 1>& b, int n,
+                   double* x) {
+  double l[N][N] = {};
+  for (int i = 0; i < n; ++i) {
+    for (int j = 0; j <= i; ++j) {
+      double sum = a(i, j);
+      for (int k = 0; k < j; ++k) sum -= l[i][k] * l[j][k];
+      if (i == j) {
+        if (sum <= 1e-12) return false;
+        l[i][i] = std::sqrt(sum);
+      } else {
+        l[i][j] = sum / l[j][j];
+      }
+    }
+  }
+  double y[N] = {};
+  for (int i = 0; i < n; ++i) {
+    double sum = b(i);
+    for (int k = 0; k < i; ++k) sum -= l[i][k] * y[k];
+    y[i] = sum / l[i][i];
+  }
+  for (int i = n - 1; i >= 0; --i) {
+    double sum = y[i];
+    for (int k = i + 1; k < n; ++k) sum -= l[k][i] * x[k];
+    x[i] = sum / l[i][i];
+  }
+  return true;
+}
+
+}  // namespace
+
+void TopMoments::add(float x, float y, float height) {
+  double xp[5] = {1.0, x, 0, 0, 0};
+  double yp[5] = {1.0, y, 0, 0, 0};
+  for (int p = 2; p < 5; ++p) {
+    xp[p] = xp[p - 1] * x;
+    yp[p] = yp[p - 1] * y;
+  }
+  for (int a = 0; a < 5; ++a) {
+    for (int b = 0; b < 5; ++b) xy[a][b] += xp[a] * yp[b];
+  }
+  for (int a = 0; a < 3; ++a) {
+    for (int b = 0; b < 3; ++b) h[a][b] += height * xp[a] * yp[b];
+  }
+  hh += double(height) * height;
+  n += 1.0;
+}
+
+TopMoments& TopMoments::operator+=(const TopMoments& other) {
+  for (int a = 0; a < 5; ++a) {
+    for (int b = 0; b < 5; ++b) xy[a][b] += other.xy[a][b];
+  }
+  for (int a = 0; a < 3; ++a) {
+    for (int b = 0; b < 3; ++b) h[a][b] += other.h[a][b];
+  }
+  hh += other.hh;
+  n += other.n;
+  return *this;
+}
+
+TopMoments TopMoments::swapped() const {
+  TopMoments t = *this;
+  for (int a = 0; a < 5; ++a) {
+    for (int b = 0; b < 5; ++b) t.xy[a][b] = xy[b][a];
+  }
+  for (int a = 0; a < 3; ++a) {
+    for (int b = 0; b < 3; ++b) t.h[a][b] = h[b][a];
+  }
+  return t;
+}
+
+TopMoments TopMoments::flipped(bool flip_x, bool flip_y) const {
+  // A sum over x^a y^b changes sign with x -> -x when a is odd.
+  const auto sign = [&](int a, int b) {
+    return ((flip_x && a % 2 == 1) != (flip_y && b % 2 == 1)) ? -1.0 : 1.0;
+  };
+  TopMoments t = *this;
+  for (int a = 0; a < 5; ++a) {
+    for (int b = 0; b < 5; ++b) t.xy[a][b] = sign(a, b) * xy[a][b];
+  }
+  for (int a = 0; a < 3; ++a) {
+    for (int b = 0; b < 3; ++b) t.h[a][b] = sign(a, b) * h[a][b];
+  }
+  return t;
+}
+
+TopSurface fit_top_surface(const TopMoments& m, float half_x, float half_y) {
+  cv::Matx<double, kTerms, kTerms> ata;
+  cv::Matx<double, kTerms, 1> atb;
+  for (int i = 0; i < kTerms; ++i) {
+    atb(i) = m.h[px[i]][py[i]];
+    for (int j = 0; j < kTerms; ++j) ata(i, j) = m.xy[px[i] + px[j]][py[i] + py[j]];
+  }
+  const double n = m.n;
+  TopSurface best;
+  double best_criterion = std::numeric_limits<double>::infinity();
+  for (const int used : {1, 3, kTerms}) {
+    double c[kTerms] = {};
+    if (!solve_leading(ata, atb, used, c)) continue;
+    // Residual sum of squares from the normal equations: h.h - c.(A^T h).
+    double explained = 0.0;
+    for (int i = 0; i < used; ++i) explained += c[i] * atb(i);
+    const double rss = std::max(1e-9, m.hh - explained);
+    const double criterion = n * std::log(rss / n) + used * std::log(n);
+    if (criterion >= best_criterion) continue;
+    best_criterion = criterion;
+    TopSurface surface;
+    surface.rms = static_cast<float>(std::sqrt(rss / n));
+    const double* coefficients = c;
+    surface.slope = static_cast<float>(std::hypot(coefficients[1] / std::max(1.0f, half_x),
+                                                  coefficients[2] / std::max(1.0f, half_y)));
+    double highest = -std::numeric_limits<double>::infinity();
+    for (int gy = 0; gy < kHeightGrid; ++gy) {
+      for (int gx = 0; gx < kHeightGrid; ++gx) {
+        double t[kTerms];
+        terms(-1.0f + 2.0f * gx / (kHeightGrid - 1), -1.0f + 2.0f * gy / (kHeightGrid - 1), t);
+        double value = 0.0;
+        for (int i = 0; i < kTerms; ++i) value += coefficients[i] * t[i];
+        highest = std::max(highest, value);
+      }
+    }
+    surface.highest = static_cast<float>(highest);
+    best = surface;
+  }
+  return best;
+}
+
+}  // namespace boxdim::precise
