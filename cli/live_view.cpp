@@ -20,13 +20,6 @@ cv::Scalar colour_of(const BoxMeasurement& box) {
   return box.fused ? cv::Scalar(60, 200, 60) : cv::Scalar(0, 165, 255);
 }
 
-void put_text(cv::Mat& picture, const std::string& text, cv::Point at, double scale,
-              const cv::Scalar& colour) {
-  cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 3,
-              cv::LINE_AA);
-  cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, colour, 1, cv::LINE_AA);
-}
-
 }  // namespace
 
 std::string LiveView::window_name(int camera_id) {
@@ -60,16 +53,16 @@ cv::Mat draw_live_view(const DepthFrame& frame, const MeasurementResult& result)
     followed += box.track_id.has_value();
     int baseline = 0;
     const cv::Size size = cv::getTextSize(label, cv::FONT_HERSHEY_SIMPLEX, scale, 1, &baseline);
-    put_text(picture, label,
-             cv::Point(cvRound(box.centre_px.x) - size.width / 2,
-                       cvRound(box.centre_px.y) + size.height / 2),
-             scale, colour);
+    put_outlined_text(picture, label,
+                      cv::Point(cvRound(box.centre_px.x) - size.width / 2,
+                                cvRound(box.centre_px.y) + size.height / 2),
+                      scale, colour);
   }
   char header[128];
   std::snprintf(header, sizeof header, "camera %d  %s  %d boxes followed", frame.camera_id,
                 frame_time_text(frame.timestamp_us).c_str(), followed);
-  put_text(picture, header, cv::Point(10, cvRound(30 * scale / 0.5)), scale,
-           cv::Scalar(255, 255, 255));
+  put_outlined_text(picture, header, cv::Point(10, cvRound(30 * scale / 0.5)), scale,
+                    cv::Scalar(255, 255, 255));
   return picture;
 }
 

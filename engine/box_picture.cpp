@@ -26,15 +26,14 @@ cv::Scalar status_colour(BoxStatus status) {
   return {255, 255, 255};
 }
 
-// Text in `colour` with a dark rim, readable on any grey.
+}  // namespace
+
 void put_outlined_text(cv::Mat& picture, const std::string& text, cv::Point at, double scale,
                        const cv::Scalar& colour) {
   cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 3,
               cv::LINE_AA);
   cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, scale, colour, 1, cv::LINE_AA);
 }
-
-}  // namespace
 
 std::string frame_time_text(std::int64_t time_us) {
   // From 2001 on, a time is taken to count from 1970.

@@ -20,6 +20,10 @@ cv::Mat draw_boxes(const cv::Mat& depth, const MeasurementResult& result);
 // when it counts from 1970 (as camera clocks do), else seconds ("12.345 s").
 std::string frame_time_text(std::int64_t time_us);
 
+// `text` at `at` in `colour` with a dark rim, readable on any grey.
+void put_outlined_text(cv::Mat& picture, const std::string& text, cv::Point at, double scale,
+                       const cv::Scalar& colour);
+
 // The depth frame alone, drawn as above.
 cv::Mat depth_picture(const cv::Mat& depth);
 

@@ -8,19 +8,6 @@ artefacts=$(realpath -m "$2")
 here=$(dirname "$(realpath "$0")")
 source "$here/xvfb_session.sh"
 
-passed=0
-failed=0
-check() {  # check "what" command...
-  local what=$1
-  shift
-  if "$@"; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    echo "FAILED: $what" >&2
-  fi
-}
-
 work=$(mktemp -d)
 mkdir -p "$artefacts"
 cleanup() {
@@ -95,5 +82,4 @@ for f in depth/*.raw; do
 done
 cp out.txt "$artefacts/boxdim-output.txt" 2>/dev/null
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+report_checks

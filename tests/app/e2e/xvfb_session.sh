@@ -1,5 +1,25 @@
 # Shell helpers for running boxdim in a virtual X display and driving its
-# windows with xdotool. Sourced by the end-to-end test and the demo.
+# windows with xdotool. Sourced by the end-to-end tests.
+
+# check "what" COMMAND...: runs COMMAND and counts it as passed or failed,
+# naming what failed on standard error. report_checks prints the counts and
+# fails when any check did.
+passed=0
+failed=0
+check() {
+  local what=$1
+  shift
+  if "$@"; then
+    passed=$((passed + 1))
+  else
+    failed=$((failed + 1))
+    echo "FAILED: $what" >&2
+  fi
+}
+report_checks() {
+  echo "$passed passed, $failed failed"
+  [ "$failed" -eq 0 ]
+}
 
 # Starts Xvfb on a free display number and exports DISPLAY.
 start_virtual_display() {

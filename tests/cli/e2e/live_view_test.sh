@@ -9,19 +9,6 @@ artefacts=$(realpath -m "$2")
 here=$(dirname "$(realpath "$0")")
 source "$here/../../app/e2e/xvfb_session.sh"
 
-passed=0
-failed=0
-check() {  # check "what" command...
-  local what=$1
-  shift
-  if "$@"; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    echo "FAILED: $what" >&2
-  fi
-}
-
 work=$(mktemp -d)
 mkdir -p "$artefacts"
 cleanup() {
@@ -59,5 +46,4 @@ check "exit status 0" test "$status" -eq 0
 check "stopped in the window" grep -q "stopped in the view window" err.txt
 cp out.txt "$artefacts/live-view-output.txt" 2>/dev/null
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+report_checks
