@@ -13,6 +13,7 @@
 #include "cli/intrinsics_fit.h"
 #include "cli/live_command.h"
 #include "cli/measure_command.h"
+#include "cli/serve_command.h"
 #include "cli/simulate_command.h"
 #include "engine/engine_factory.h"
 
@@ -132,6 +133,11 @@ struct EvaluateArguments {
   EvaluateOptions options;
 };
 
+struct ServeArguments {
+  std::string listen = "127.0.0.1:8080";
+  ServeOptions options;
+};
+
 struct LiveArguments {
   long long frames = 0;
   LiveOptions options;
@@ -184,6 +190,44 @@ void add_live_command(CLI::App& app, LiveArguments& args) {
                   "Record every frame the cameras deliver into DIR, as BOXDIM_CAMERA=replay:DIR "
                   "plays it back")
       ->type_name("DIR");
+}
+
+void add_serve_command(CLI::App& app, ServeArguments& args) {
+  CLI::App* cmd = app.add_subcommand(
+      "serve",
+      "Measure every camera with the precise engine and serve the measurements over HTTP: a JSON "
+      "API, an event stream and a web page, with a history kept on disk");
+  cmd->add_option("--listen", args.listen,
+                  "Address and port to listen on (port 0: any free one); an address other than "
+                  "this machine's own needs --token")
+      ->type_name("ADDR:PORT")
+      ->capture_default_str();
+  cmd->add_option("--data", args.options.data_dir,
+                  "Folder of the measurement history and its proof pictures")
+      ->type_name("DIR")
+      ->capture_default_str();
+  cmd->add_option("--token", args.options.token,
+                  "Every API request must carry 'Authorization: Bearer TOKEN'");
+  add_engine_option(cmd, args.options.engine);
+}
+
+ServeOptions finish_serve(const CLI::App& app, ServeArguments& args) {
+  const CLI::App* cmd = app.get_subcommand("serve");
+  ServeOptions options = args.options;
+  try {
+    parse_listen_address(args.listen, options.host, options.port);
+  } catch (const std::invalid_argument& e) {
+    throw UsageError("--listen", e.what());
+  }
+  if (cmd->count("--token") > 0 && options.token.empty()) {
+    throw UsageError("--token", "must not be empty");
+  }
+  if (!is_loopback(options.host) && options.token.empty()) {
+    throw UsageError("--listen", "'" + args.listen +
+                                     "' can be reached from other machines: give a --token");
+  }
+  if (options.data_dir.empty()) throw UsageError("--data", "needs a folder");
+  return options;
 }
 
 EvaluateOptions finish_evaluate(const CLI::App& app, EvaluateArguments& args) {
@@ -273,16 +317,18 @@ int run_cli(int argc, const char* const* argv, std::ostream& out, std::ostream& 
   SimulateArguments simulate_args;
   EvaluateArguments evaluate_args;
   LiveArguments live_args;
+  ServeArguments serve_args;
   add_measure_command(app, measure_args);
   add_simulate_command(app, simulate_args);
   add_evaluate_command(app, evaluate_args);
   add_live_command(app, live_args);
+  add_serve_command(app, serve_args);
 
   // CLI11 would only say that a subcommand is required; name the word it got.
   const auto named = [&](CLI::App* sub) { return argc > 1 && sub->check_name(argv[1]); };
   if (argc > 1 && argv[1][0] != '-' && app.get_subcommands(named).empty()) {
     err << "boxdim-cli: unknown command '" << argv[1]
-        << "' (commands: measure, simulate, evaluate, live)\n";
+        << "' (commands: measure, simulate, evaluate, live, serve)\n";
     return kExitUsage;
   }
   try {
@@ -300,6 +346,7 @@ int run_cli(int argc, const char* const* argv, std::ostream& out, std::ostream& 
       return run_evaluate(finish_evaluate(app, evaluate_args), out, err);
     }
     if (app.got_subcommand("live")) return run_live(finish_live(app, live_args), out, err);
+    if (app.got_subcommand("serve")) return run_serve(finish_serve(app, serve_args), out, err);
     return run_simulate(finish_simulate(app, simulate_args), out, err);
   } catch (const UsageError& e) {
     err << "boxdim-cli: " << e.what() << '\n';

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <sstream>
 
 #include "cli/frame_recorder.h"
@@ -14,6 +13,7 @@
 #include "cli/output.h"
 #include "cli/result_writer.h"
 #include "engine/box_picture.h"
+#include "engine/camera_engines.h"
 #include "engine/engine_factory.h"
 #include "runtime/display_check.h"
 #include "runtime/stop_signals.h"
@@ -83,25 +83,6 @@ std::string event_json(int camera, const TrackEvent& event, const std::string& p
   }
   return json_line(line);
 }
-
-// One engine per camera, so that a camera's plane and intrinsics never leak
-// into another's measurement.
-class CameraEngines {
- public:
-  CameraEngines(std::string name, const EngineContext& context)
-      : name_(std::move(name)), context_(context) {}
-
-  Engine& of(int camera) {
-    std::unique_ptr<Engine>& engine = engines_[camera];
-    if (!engine) engine = create_engine(name_, context_);
-    return *engine;
-  }
-
- private:
-  const std::string name_;
-  const EngineContext context_;
-  std::map<int, std::unique_ptr<Engine>> engines_;
-};
 
 }  // namespace
 

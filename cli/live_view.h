@@ -29,7 +29,4 @@ class LiveView {
   bool stop_requested_ = false;
 };
 
-// The picture a camera's window shows for a frame.
-cv::Mat draw_live_view(const DepthFrame& frame, const MeasurementResult& result);
-
 }  // namespace boxdim

@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 #include <string>
 
+#include "core/depth_frame.h"
 #include "core/measurement_result.h"
 
 namespace boxdim {
@@ -26,6 +27,11 @@ void put_outlined_text(cv::Mat& picture, const std::string& text, cv::Point at, 
 
 // The depth frame alone, drawn as above.
 cv::Mat depth_picture(const cv::Mat& depth);
+
+// What an operator watches: the frame with every box outlined, each followed
+// box with its track id and fused dimensions (green once it has them, amber
+// before, grey when not followed), and the camera, time and number followed.
+cv::Mat draw_followed_boxes(const DepthFrame& frame, const MeasurementResult& result);
 
 // A measured event's frame with its box outlined and its reading, track id,
 // camera and time written on it.

@@ -17,6 +17,10 @@ struct SceneMotion {
   // placed_s until removed_s.
   double placed_s = 0.0;
   double removed_s = std::numeric_limits<double>::infinity();
+  // When positive, the placing and removing come again every this many
+  // seconds (a station where box after box is put down): it must exceed
+  // removed_s, so that each box is gone before the next one comes.
+  double every_s = 0.0;
   // The main box moves along the floor in the untilted image's column
   // direction at this speed (mm/s), from its offset at time 0. The other
   // boxes stand where they are placed relative to the box's offset at time 0.
@@ -30,6 +34,7 @@ struct SceneMotion {
   // Whether anything changes over time.
   bool still() const {
     return placed_s <= 0.0 && removed_s == std::numeric_limits<double>::infinity() &&
+           every_s <= 0.0 &&
            conveyor_mm_s == 0.0f && others_placed_s.empty() && others_removed_s.empty();
   }
 

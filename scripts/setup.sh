@@ -3,7 +3,9 @@
 # (libxcb lets the station program ask for a display before it opens windows;
 # Xvfb, xdotool and ImageMagick drive and photograph the program's windows in
 # the end-to-end test and in the demo on machines without a display; clang, its
-# sanitizer and libFuzzer runtimes and llvm-symbolizer build and run the fuzzers).
+# sanitizer and libFuzzer runtimes and llvm-symbolizer build and run the fuzzers;
+# cpp-httplib and SQLite make the service, and Chromium tests its web page as a
+# real browser).
 # Safe to run again: apt-get skips what is already there.
 set -euo pipefail
 
@@ -14,6 +16,7 @@ packages=(
   libcli11-dev nlohmann-json3-dev
   xvfb xdotool x11-utils imagemagick
   clang libclang-rt-14-dev llvm
+  libcpp-httplib-dev libsqlite3-dev chromium
 )
 
 missing=()

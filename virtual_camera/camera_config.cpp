@@ -112,6 +112,9 @@ void set_scene_item(SceneParameters& scene, SceneMotion& motion, const std::stri
     const float seconds = scene_number(item, value);
     if (!(seconds >= 0.0f)) fail(kSceneVariable, item, "needs seconds from 0");
     (key == "placed" ? motion.placed_s : motion.removed_s) = seconds;
+  } else if (key == "every") {
+    motion.every_s = scene_number(item, value);
+    if (!(motion.every_s > 0.0)) fail(kSceneVariable, item, "needs seconds above 0");
   } else if (key == "speed") {
     motion.conveyor_mm_s = scene_number(item, value);
     if (!(std::abs(motion.conveyor_mm_s) <= 5000.0f)) {
@@ -132,7 +135,7 @@ void set_scene_item(SceneParameters& scene, SceneMotion& motion, const std::stri
     fail(kSceneVariable, item,
          "has an unknown key '" + key +
              "' (box, camera-height, tilt, roll, yaw, offset, noise, flying, dropout, seed, "
-             "placed, removed, speed)");
+             "placed, removed, every, speed)");
   }
 }
 
@@ -182,6 +185,9 @@ SceneParameters parse_scene(const std::string& text, SceneMotion& motion) {
   }
   if (motion.removed_s <= motion.placed_s) {
     fail(kSceneVariable, text, "removes the box before it is placed");
+  }
+  if (motion.every_s > 0.0 && !(motion.every_s > motion.removed_s)) {
+    fail(kSceneVariable, text, "repeats before the box is removed (every must exceed removed)");
   }
   try {
     validate_scene(scene);

@@ -51,6 +51,12 @@ SceneMotion placed_and_removed() {
   return m;
 }
 
+SceneMotion box_after_box() {
+  SceneMotion m = placed_and_removed();
+  m.every_s = 4.0;
+  return m;
+}
+
 SceneMotion conveyor() {
   SceneMotion m;
   m.conveyor_mm_s = 500.0f;
@@ -71,6 +77,9 @@ INSTANTIATE_TEST_SUITE_P(
         MotionCase{"before_placed", placed_and_removed(), 0.99, false, 10.0f, {310.0f, -290.0f}},
         MotionCase{"placed", placed_and_removed(), 1.0, true, 10.0f, {310.0f, -290.0f}},
         MotionCase{"removed", placed_and_removed(), 3.0, false, 10.0f, {310.0f, -290.0f}},
+        MotionCase{"next_round_not_yet", box_after_box(), 4.5, false, 10.0f, {310.0f, -290.0f}},
+        MotionCase{"next_round_placed", box_after_box(), 9.5, true, 10.0f, {310.0f, -290.0f}},
+        MotionCase{"next_round_removed", box_after_box(), 11.0, false, 10.0f, {310.0f, -290.0f}},
         MotionCase{"on_a_conveyor", conveyor(), 2.0, true, 1010.0f, {310.0f, -290.0f}},
         MotionCase{"second_box_not_yet", second_box_later(), 1.5, true, 10.0f, {-290.0f}},
         MotionCase{"second_box_there", second_box_later(), 2.5, true, 10.0f, {310.0f, -290.0f}},
@@ -81,6 +90,7 @@ TEST(SceneMotion, IsStillOnlyWhenNothingChanges) {
   EXPECT_TRUE(SceneMotion{}.still());
   EXPECT_FALSE(placed_and_removed().still());
   EXPECT_FALSE(conveyor().still());
+  EXPECT_FALSE(box_after_box().still());
   EXPECT_FALSE(second_box_later().still());
 }
 

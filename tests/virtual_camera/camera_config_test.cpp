@@ -34,6 +34,7 @@ std::string read_config() {
     if (!m.still()) {
       text << " | placed " << m.placed_s << " removed " << m.removed_s << " speed "
            << m.conveyor_mm_s;
+      if (m.every_s > 0.0) text << " every " << m.every_s;
     }
   } catch (const ConfigError& e) {
     return e.what();
@@ -67,7 +68,7 @@ TEST_F(CameraConfigTest, VariablesBecomeDevicesAndASceneOrNameTheBadItem) {
       {nullptr, "yaw=10,tilt=ten", "BOXDIM_SCENE: 'tilt=ten' is not a number"},
       {nullptr, "zoom=2",
        "BOXDIM_SCENE: 'zoom=2' has an unknown key 'zoom' (box, camera-height, tilt, roll, yaw, "
-       "offset, noise, flying, dropout, seed, placed, removed, speed)"},
+       "offset, noise, flying, dropout, seed, placed, removed, every, speed)"},
       {nullptr, "placed=0.5,removed=4,speed=-500",
        "S1 | 400x300x200 1000 0 0 15 0:0 1 0 0 1 | placed 0.5 removed 4 speed -500"},
       {nullptr, "speed=800",
@@ -76,6 +77,12 @@ TEST_F(CameraConfigTest, VariablesBecomeDevicesAndASceneOrNameTheBadItem) {
       {nullptr, "speed=9000", "BOXDIM_SCENE: 'speed=9000' needs a speed from -5000 to 5000 mm/s"},
       {nullptr, "placed=3,removed=2",
        "BOXDIM_SCENE: 'placed=3,removed=2' removes the box before it is placed"},
+      {nullptr, "placed=1,removed=3,every=8",
+       "S1 | 400x300x200 1000 0 0 15 0:0 1 0 0 1 | placed 1 removed 3 speed 0 every 8"},
+      {nullptr, "placed=1,removed=3,every=2",
+       "BOXDIM_SCENE: 'placed=1,removed=3,every=2' repeats before the box is removed (every "
+       "must exceed removed)"},
+      {nullptr, "every=0", "BOXDIM_SCENE: 'every=0' needs seconds above 0"},
       {nullptr, "yaw=1,yaw=2", "BOXDIM_SCENE: 'yaw=2' sets yaw a second time"},
       {nullptr, "seed=2.5", "BOXDIM_SCENE: 'seed=2.5' needs a whole number from 0"},
   };
