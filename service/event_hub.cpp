@@ -27,7 +27,7 @@ EventHub::Wait EventHub::next(std::int64_t after, std::chrono::milliseconds time
   if (closed_) return Wait::kClosed;
   if (last_ <= after) return Wait::kTimeout;
   const std::int64_t oldest = ring_.empty() ? last_ + 1 : ring_.front().sequence;
-  if (after + 1 < oldest && after != 0) return Wait::kLost;
+  if (after + 1 < oldest) return Wait::kLost;
   for (const HubEvent& event : ring_) {
     if (event.sequence > after) events.push_back(event);
   }

@@ -30,9 +30,9 @@ class EventHub {
   void close();
 
   enum class Wait { kEvents, kTimeout, kLost, kClosed };
-  // The events after `after` (a sequence number; 0 for the start of what is
-  // kept), waiting up to `timeout` for one to come. kLost when some of them
-  // have left the ring already.
+  // The events after `after` (a sequence number; 0 before the first),
+  // waiting up to `timeout` for one to come. kLost when some of them have
+  // left the ring already.
   Wait next(std::int64_t after, std::chrono::milliseconds timeout, std::vector<HubEvent>& events);
 
   std::int64_t last_sequence() const;

@@ -35,6 +35,8 @@ TEST(EventHub, ASlowListenerLosesEventsAndHoldsNoOneUp) {
   std::vector<HubEvent> events;
   EXPECT_EQ(hub.next(1, milliseconds(1), events), EventHub::Wait::kLost);
   EXPECT_TRUE(events.empty());
+  EXPECT_EQ(hub.next(0, milliseconds(1), events), EventHub::Wait::kLost)
+      << "one that listened from before the first event";
   // One that kept up still gets the rest.
   ASSERT_EQ(hub.next(997, milliseconds(1), events), EventHub::Wait::kEvents);
   ASSERT_EQ(events.size(), 3u);

@@ -1,0 +1,65 @@
+// The station service on the virtual camera with a history whose disk is
+// full: each measured box still goes out to the listeners (without an id),
+// the problem is said once and shown in the status, and measuring goes on.
+#include "service/station_service.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "cli/temp_dir.h"
+
+namespace boxdim::service {
+namespace {
+
+TEST(StationService, AFullHistoryIsReportedOnceAndMeasuringGoesOn) {
+  unsetenv("BOXDIM_CAMERA");
+  setenv("BOXDIM_SCENE", "placed=0.1,removed=0.8,every=1.2,seed=4", 1);
+  testing::TempDir dir;
+  MeasurementHistory history(dir.file("data"), 8);
+  MeasurementRecord filler;
+  for (int i = 0; i < 5000; ++i) {
+    try {
+      history.add(filler, {});
+    } catch (const HistoryError&) {
+      break;
+    }
+  }
+  const std::int64_t stored = history.count();
+  EventHub hub;
+  std::ostringstream log;
+  int measured = 0;
+  {
+    StationService station({"precise", [] { return std::int64_t{1795421702000000}; }}, history,
+                           hub, log);
+    // Until two boxes were measured (and stored or not).
+    station.run([&] { return station.status().measured_events >= 2; });
+    const ServiceStatus status = station.status();
+    EXPECT_EQ(status.history_problem, dir.file("data/history.sqlite3") + ": database or disk is full");
+    EXPECT_TRUE(status.camera_problem.empty()) << status.camera_problem;
+    EXPECT_GT(status.frames_measured, 30) << "measuring went on";
+    measured = static_cast<int>(status.measured_events);
+  }
+  unsetenv("BOXDIM_SCENE");
+  std::vector<HubEvent> events;
+  ASSERT_EQ(hub.next(0, std::chrono::milliseconds(1), events), EventHub::Wait::kEvents);
+  int told = 0;
+  for (const HubEvent& event : events) {
+    if (event.name != "measured") continue;
+    ++told;
+    const nlohmann::json data = nlohmann::json::parse(event.data);
+    EXPECT_TRUE(data["id"].is_null()) << event.data;
+    EXPECT_NEAR(data["length_mm"].get<double>(), 400.0, 5.0) << event.data;
+  }
+  EXPECT_EQ(told, measured);
+  EXPECT_GE(told, 2);
+  EXPECT_EQ(log.str(), "boxdim-cli serve: history: " + dir.file("data/history.sqlite3") +
+                           ": database or disk is full\n")
+      << "once, not once per box";
+  EXPECT_EQ(history.count(), stored) << "what it held stays";
+}
+
+}  // namespace
+}  // namespace boxdim::service
