@@ -68,11 +68,16 @@ TEST(ServeLoad, PollersAndListenersLoseNothingAndMeasuringKeepsUp) {
       if (!res && res.error() != httplib::Error::Canceled) fail("event stream: " + httplib::to_string(res.error()));
     });
   }
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  const long long first_event =
-      get_json(*std::make_unique<httplib::Client>("127.0.0.1", service.port()), "/api/v1/status")
-          ["events_published"]
-              .get<long long>() + 1;
+  // Every listener must be connected before the count starts: on a busy
+  // machine the last of them can take well over a second to be served.
+  httplib::Client status_client("127.0.0.1", service.port());
+  nlohmann::json status = get_json(status_client, "/api/v1/status");
+  for (int tries = 0; status["event_listeners"].get<int>() < kListeners && tries < 200; ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    status = get_json(status_client, "/api/v1/status");
+  }
+  EXPECT_EQ(status["event_listeners"].get<int>(), kListeners) << "listeners did not all connect";
+  const long long first_event = status["events_published"].get<long long>() + 1;
   for (int i = 0; i < kPollers; ++i) {
     threads.emplace_back([&, i] {
       httplib::Client client("127.0.0.1", service.port());
