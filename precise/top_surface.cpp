@@ -1,6 +1,7 @@
 #include "precise/top_surface.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <opencv2/core.hpp>
@@ -15,6 +16,39 @@ constexpr int kTerms = 9;
 // Term k is x^px[k] * y^py[k]: 1, x, y, x^2, xy, y^2, x^2 y, x y^2, x^2 y^2.
 constexpr int px[kTerms] = {0, 1, 0, 2, 1, 0, 2, 1, 2};
 constexpr int py[kTerms] = {0, 0, 1, 0, 1, 2, 1, 2, 2};
+
+// A surface a top is fitted with: each of its terms a combination of the
+// full terms above.
+struct SurfaceModel {
+  int used = 0;
+  double terms[kTerms][kTerms] = {};
+};
+
+// The surfaces a top takes, simplest first: level; a lid held level by its
+// four walls that sags or bulges between them; a plane (a box not quite
+// square on the floor, or a floor a little off); such a lid on such a
+// plane; and any biquadratic surface. The held lid needs one term where the
+// general surface needs six: its rim height comes from every height of the
+// top, not from the few at the noisiest corners.
+const std::array<SurfaceModel, 5>& surface_models() {
+  static const std::array<SurfaceModel, 5> models = [] {
+    // (1 - x^2)(1 - y^2) = 1 - x^2 - y^2 + x^2 y^2: nothing at the rim.
+    const double lid[kTerms] = {1, 0, 0, -1, 0, -1, 0, 0, 1};
+    std::array<SurfaceModel, 5> m;
+    m[0].used = 1;
+    m[1].used = 2;
+    m[2].used = 3;
+    m[3].used = 4;
+    m[4].used = kTerms;
+    for (SurfaceModel& model : m) model.terms[0][0] = 1.0;
+    std::copy(lid, lid + kTerms, m[1].terms[1]);
+    for (int i = 1; i < 3; ++i) m[2].terms[i][i] = m[3].terms[i][i] = 1.0;
+    std::copy(lid, lid + kTerms, m[3].terms[3]);
+    for (int i = 0; i < kTerms; ++i) m[4].terms[i][i] = 1.0;
+    return m;
+  }();
+  return models;
+}
 
 void terms(float x, float y, double* t) {
   const double xx = double(x) * x;
@@ -129,19 +163,35 @@ TopSurface fit_top_surface(const TopMoments& m, float half_x, float half_y) {
   const double n = m.n;
   TopSurface best;
   double best_criterion = std::numeric_limits<double>::infinity();
-  for (const int used : {1, 3, kTerms}) {
+  for (const SurfaceModel& model : surface_models()) {
+    // The model's own normal equations, from the full ones: its terms are
+    // combinations of the full terms.
+    cv::Matx<double, kTerms, kTerms> gram;
+    cv::Matx<double, kTerms, 1> projected;
+    for (int a = 0; a < model.used; ++a) {
+      for (int i = 0; i < kTerms; ++i) projected(a) += model.terms[a][i] * atb(i);
+      for (int b = 0; b < model.used; ++b) {
+        for (int i = 0; i < kTerms; ++i) {
+          if (model.terms[a][i] == 0.0) continue;
+          for (int j = 0; j < kTerms; ++j) gram(a, b) += model.terms[a][i] * ata(i, j) * model.terms[b][j];
+        }
+      }
+    }
     double c[kTerms] = {};
-    if (!solve_leading(ata, atb, used, c)) continue;
-    // Residual sum of squares from the normal equations: h.h - c.(A^T h).
+    if (!solve_leading(gram, projected, model.used, c)) continue;
+    // Residual sum of squares from the normal equations: h.h - c.(B^T h).
     double explained = 0.0;
-    for (int i = 0; i < used; ++i) explained += c[i] * atb(i);
+    for (int a = 0; a < model.used; ++a) explained += c[a] * projected(a);
     const double rss = std::max(1e-9, m.hh - explained);
-    const double criterion = n * std::log(rss / n) + used * std::log(n);
+    const double criterion = n * std::log(rss / n) + model.used * std::log(n);
     if (criterion >= best_criterion) continue;
     best_criterion = criterion;
+    double coefficients[kTerms] = {};
+    for (int a = 0; a < model.used; ++a) {
+      for (int i = 0; i < kTerms; ++i) coefficients[i] += c[a] * model.terms[a][i];
+    }
     TopSurface surface;
     surface.rms = static_cast<float>(std::sqrt(rss / n));
-    const double* coefficients = c;
     surface.slope = static_cast<float>(std::hypot(coefficients[1] / std::max(1.0f, half_x),
                                                   coefficients[2] / std::max(1.0f, half_y)));
     double highest = -std::numeric_limits<double>::infinity();

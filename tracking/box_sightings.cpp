@@ -10,6 +10,7 @@ void sightings_of(const std::vector<precise::BoxFit>& fits, std::vector<Sighting
     sighting.centre_mm = fits[i].centre_mm;
     sighting.dimensions = {fits[i].length_mm, fits[i].width_mm, fits[i].height_mm};
     sighting.corners_px = fits[i].corners_px;
+    sighting.top = &fits[i].top;
   }
 }
 

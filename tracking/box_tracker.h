@@ -13,6 +13,7 @@
 
 #include "core/measurement_result.h"
 #include "core/track_event.h"
+#include "precise/top_surface.h"
 #include "tracking/reading_fusion.h"
 
 namespace boxdim::tracking {
@@ -23,6 +24,9 @@ struct Sighting {
   cv::Point3f centre_mm;     // the top's centre in the camera's frame
   BoxDimensions dimensions;  // when measured
   std::array<cv::Point2f, 4> corners_px{};
+  // The sums of its top's heights, x along the top's longer side, when
+  // measured (none: the height is the median of the frames').
+  const precise::TopMoments* top = nullptr;
 };
 
 // What the tracker made of a sighting: its track (-1: none, for a box too

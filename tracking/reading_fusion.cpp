@@ -6,6 +6,14 @@
 namespace boxdim::tracking {
 namespace {
 
+// Frames whose heights are taken as they come, before a frame must agree
+// with the others.
+constexpr int kFramesBeforeHeightCheck = 3;
+// A frame within this of the others' median height (mm) always agrees: a
+// top's fit in one frame may take it for level where the next takes it for
+// a sagging lid.
+constexpr float kHeightAgreementMm = 3.0f;
+
 // Median and median absolute deviation of values[0..n), reordering them.
 std::pair<float, float> median_and_spread(float* values, int n) {
   const int middle = n / 2;
@@ -19,11 +27,52 @@ std::pair<float, float> median_and_spread(float* values, int n) {
 
 }  // namespace
 
-void ReadingFusion::add(const BoxDimensions& dimensions) {
+void ReadingFusion::add(const BoxDimensions& dimensions, const precise::TopMoments* top) {
+  if (top != nullptr && top->n > 0.0) add_heights(dimensions, *top);
   samples_[next_] = dimensions;
   next_ = (next_ + 1) % kCapacity;
   count_ = std::min(count_ + 1, kCapacity);
   ++total_;
+}
+
+void ReadingFusion::add_heights(const BoxDimensions& dimensions, const precise::TopMoments& top) {
+  if (count_ >= kFramesBeforeHeightCheck) {
+    std::array<float, kCapacity> heights;
+    for (int i = 0; i < count_; ++i) heights[i] = samples_[i].box_height;
+    const auto [median, spread] = median_and_spread(heights.data(), count_);
+    if (std::abs(dimensions.box_height - median) >
+        std::max(kHeightAgreementMm, 4.0f * 1.4826f * spread)) {
+      return;
+    }
+    // Sums far off the frames' median height are of a top that is no longer
+    // there (pressed in, or another box's that the track went on with): the
+    // height starts again from this frame, as the medians moved on.
+    if (summed_height_ && std::abs(*summed_height_ - median) > kHeightAgreementMm) {
+      older_top_ = newer_top_ = precise::TopMoments{};
+      newer_top_frames_ = 0;
+    }
+  }
+  if (newer_top_frames_ == kCapacity / 2) {
+    older_top_ = newer_top_;
+    newer_top_ = precise::TopMoments{};
+    newer_top_frames_ = 0;
+  }
+  newer_top_ += top;
+  ++newer_top_frames_;
+  precise::TopMoments all = older_top_;
+  all += newer_top_;
+  summed_height_ = precise::fit_top_surface(all, 0.5f * dimensions.box_length,
+                                            0.5f * dimensions.box_width)
+                       .highest;
+}
+
+void ReadingFusion::clear() {
+  count_ = 0;
+  next_ = 0;
+  total_ = 0;
+  older_top_ = newer_top_ = precise::TopMoments{};
+  newer_top_frames_ = 0;
+  summed_height_.reset();
 }
 
 FusedReading ReadingFusion::reading() const {
@@ -51,6 +100,10 @@ FusedReading ReadingFusion::reading() const {
             : std::max(0.1f, 1.2533f * 1.4826f * spread / std::sqrt(static_cast<float>(count_)));
     fused.uncertainty_mm = std::max(fused.uncertainty_mm, error);
   }
+  // The height's uncertainty stays that of the frames' median: the summed
+  // fit would claim far less, as if no two heights of a frame shared an
+  // error (they share the floor's).
+  if (summed_height_) fused.dimensions.box_height = *summed_height_;
   return fused;
 }
 

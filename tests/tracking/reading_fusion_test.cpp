@@ -1,12 +1,15 @@
 // A fused reading is the median of a box's frames: a minority of bad frames
-// moves it by less than the frames' own noise, its uncertainty falls as frames add up, and it
-// follows the last frames it holds.
+// moves it by less than the frames' own noise, its uncertainty falls as
+// frames add up, and it follows the last frames it holds. Its height, fitted
+// to the heights of all frames together, finds what no single frame can.
 #include "tracking/reading_fusion.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
+
+#include "precise/top_surface.h"
 
 namespace boxdim::tracking {
 namespace {
@@ -58,6 +61,78 @@ TEST(ReadingFusion, HoldsTheLastFramesOnly) {
   fusion.clear();
   EXPECT_EQ(fusion.reading().frames, 0);
   EXPECT_EQ(fusion.reading().dimensions.box_length, 0.0f);
+}
+
+// A frame of a 300 x 200 mm top whose rim stands at `rim` mm and whose lid
+// sags or bulges by `lid` mm between its walls, as ~400 heights with noise;
+// its dimensions carry the frame's own fitted height, as the detector's do.
+struct Frame {
+  BoxDimensions dimensions;
+  precise::TopMoments top;
+};
+
+Frame frame_of_top(float rim, float lid, float noise, std::mt19937& rng) {
+  std::normal_distribution<float> error(0.0f, noise);
+  Frame f;
+  for (int i = 0; i < 25; ++i) {
+    for (int j = 0; j < 16; ++j) {
+      const float x = -0.96f + 1.92f * i / 24.0f;
+      const float y = -0.94f + 1.88f * j / 15.0f;
+      f.top.add(x, y, rim + lid * (1 - x * x) * (1 - y * y) + error(rng));
+    }
+  }
+  f.dimensions = {300.0f, 200.0f, precise::fit_top_surface(f.top, 150.0f, 100.0f).highest};
+  return f;
+}
+
+// Far from the camera a frame's heights are too noisy to tell a shallow sag
+// from a level top, and a level fit reads the mean, below the rim, in every
+// frame alike: the median of such frames keeps the error, the heights of
+// all of them fitted together do not.
+TEST(ReadingFusion, HeightsOfAllFramesTogetherFindTheRimUnderAShallowSag) {
+  std::mt19937 rng(11);
+  ReadingFusion fusion;
+  std::vector<float> frame_heights;
+  for (int i = 0; i < 30; ++i) {
+    const Frame f = frame_of_top(250.0f, -1.5f, 4.0f, rng);
+    frame_heights.push_back(f.dimensions.box_height);
+    fusion.add(f.dimensions, &f.top);
+  }
+  std::nth_element(frame_heights.begin(), frame_heights.begin() + 15, frame_heights.end());
+  EXPECT_LT(frame_heights[15], 249.7f) << "single frames should lean low here";
+  EXPECT_NEAR(fusion.reading().dimensions.box_height, 250.0f, 0.25f);
+}
+
+// A hand over the box now and then: its frames' heights stay out of the fit.
+TEST(ReadingFusion, AFrameFarOffTheOthersHeightAddsNoHeights) {
+  std::mt19937 rng(13);
+  ReadingFusion fusion;
+  for (int i = 0; i < 40; ++i) {
+    const Frame f = i % 8 == 7 ? frame_of_top(330.0f, 0.0f, 1.0f, rng)
+                               : frame_of_top(250.0f, -4.0f, 1.0f, rng);
+    fusion.add(f.dimensions, &f.top);
+  }
+  EXPECT_NEAR(fusion.reading().dimensions.box_height, 250.0f, 0.2f);
+}
+
+// The top changes under the track (a lid pressed in): once the frames' median
+// has moved, the height follows instead of mixing the old top with the new.
+TEST(ReadingFusion, TheHeightFollowsATopThatChangedOnceTheMedianHas) {
+  std::mt19937 rng(17);
+  ReadingFusion fusion;
+  for (int i = 0; i < ReadingFusion::kCapacity; ++i) {
+    const Frame f = frame_of_top(250.0f, 0.0f, 0.5f, rng);
+    fusion.add(f.dimensions, &f.top);
+  }
+  for (int i = 0; i < ReadingFusion::kCapacity / 2 + 5; ++i) {
+    const Frame f = frame_of_top(244.0f, 0.0f, 0.5f, rng);
+    fusion.add(f.dimensions, &f.top);
+  }
+  EXPECT_NEAR(fusion.reading().dimensions.box_height, 244.0f, 0.05f);
+  fusion.clear();
+  const Frame f = frame_of_top(100.0f, 0.0f, 0.5f, rng);
+  fusion.add(f.dimensions, &f.top);
+  EXPECT_NEAR(fusion.reading().dimensions.box_height, 100.0f, 0.1f);
 }
 
 }  // namespace
