@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -23,6 +24,7 @@
 #include "measure/point_cloud.h"
 #include "measure/point_selection.h"
 #include "pipeline/station_pipeline.h"
+#include "precise/top_surface.h"
 #include "scene/depth_scene.h"
 #include "tracking/box_tracker.h"
 
@@ -236,9 +238,18 @@ void BM_precise_frame(benchmark::State& bench, int boxes, bool pictures) {
 void BM_tracker_update(benchmark::State& bench, int boxes) {
   tracking::BoxTracker tracker;
   std::vector<tracking::Sighting> sightings(boxes);
+  // Each top's heights, as the detector sums them: a few hundred on a level
+  // top, rippled by a millimetre.
+  std::vector<precise::TopMoments> tops(boxes);
   for (int b = 0; b < boxes; ++b) {
     sightings[b].centre_mm = cv::Point3f(-400.0f + 400.0f * b, 0.0f, 1000.0f);
     sightings[b].dimensions = {420.0f - 40.0f * b, 310.0f, 220.0f};
+    for (int i = 0; i < 20; ++i) {
+      for (int j = 0; j < 20; ++j) {
+        tops[b].add(-0.95f + 0.1f * i, -0.95f + 0.1f * j, 220.0f + 0.5f * std::sin(7.0f * i + 3.0f * j));
+      }
+    }
+    sightings[b].top = &tops[b];
   }
   std::vector<tracking::Assignment> assignments;
   std::vector<TrackEvent> events;
