@@ -173,7 +173,9 @@ TopSurface fit_top_surface(const TopMoments& m, float half_x, float half_y) {
       for (int b = 0; b < model.used; ++b) {
         for (int i = 0; i < kTerms; ++i) {
           if (model.terms[a][i] == 0.0) continue;
-          for (int j = 0; j < kTerms; ++j) gram(a, b) += model.terms[a][i] * ata(i, j) * model.terms[b][j];
+          for (int j = 0; j < kTerms; ++j) {
+            gram(a, b) += model.terms[a][i] * ata(i, j) * model.terms[b][j];
+          }
         }
       }
     }

@@ -1,7 +1,8 @@
 // The highest point of a box's top above the floor, from its heights: a
-// constant, a plane or a biquadratic surface fitted by least squares,
-// whichever the heights support best. The fit needs only sums over the
-// heights, which frames of one box can add up before fitting once.
+// level top, a lid held level by the walls that sags or bulges between them,
+// a plane, such a lid on a plane, or any biquadratic surface, fitted by least
+// squares, whichever the heights support best. The fit needs only sums over
+// the heights, which frames of one box can add up before fitting once.
 #pragma once
 
 namespace boxdim::precise {
