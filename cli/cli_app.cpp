@@ -156,9 +156,11 @@ void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
   cmd->add_option("--seed", args.options.seed, "Seed of the scene sampling")
       ->check(decimal_in<std::uint64_t>(0, kMaxSeed))
       ->capture_default_str();
+  std::vector<std::string> families;
+  for (const SceneFamily& family : accuracy_families()) families.push_back(family.name);
+  families.push_back("all");
   cmd->add_option("--family", args.family, "Scene family")
-      ->check(
-          CLI::IsMember({"top-down", "tilted", "noisy", "realistic", "cluttered", "reject", "all"}))
+      ->check(CLI::IsMember(families))
       ->capture_default_str();
   add_engine_option(cmd, args.engine, "Measure with this engine only (default: every engine)");
   cmd->add_option("--csv", args.options.csv_path, "Write one row per scene and engine to FILE");
@@ -223,8 +225,8 @@ ServeOptions finish_serve(const CLI::App& app, ServeArguments& args) {
     throw UsageError("--token", "must not be empty");
   }
   if (!is_loopback(options.host) && options.token.empty()) {
-    throw UsageError("--listen", "'" + args.listen +
-                                     "' can be reached from other machines: give a --token");
+    throw UsageError("--listen",
+                     "'" + args.listen + "' can be reached from other machines: give a --token");
   }
   if (options.data_dir.empty()) throw UsageError("--data", "needs a folder");
   return options;

@@ -74,8 +74,13 @@ double top_share_in_view(const SceneParameters& scene) {
 // Whether every pixel well inside the scored box's top sees that top: no
 // other box stands in the way.
 bool top_in_full_view(const SceneParameters& scene) {
+  // Clean, flat and seen at the pixels' centres: what stands in front of
+  // the top is all that is asked.
   SceneParameters clean = scene;
   clean.noise = DepthNoise{};
+  clean.sensor = SensorModel{};
+  clean.top = BoxTop{};
+  clean.table = TableShape{};
   const RenderedScene rendered = render_scene(clean);
   const PlaneEquation& plane = rendered.truth.top_plane;
   const CameraIntrinsics& k = scene.intrinsics;
@@ -214,6 +219,151 @@ SceneParameters draw_cluttered(std::mt19937_64& rng) {
   return scene;
 }
 
+// The physical sensor of a field scene: a time-of-flight camera with its
+// filters as set, or a structured-light one; its errors repeated in every
+// frame.
+SensorModel draw_sensor(std::mt19937_64& rng) {
+  SensorModel s;
+  s.footprint_samples = 4;
+  if (chance(rng, 0.75)) {
+    s.sensing = DepthSensing::kTimeOfFlight;
+    const double filter = uniform(rng, 0.0f, 1.0f);
+    s.flying_filter = filter < 0.2   ? FlyingPixelFilter::kOff
+                      : filter < 0.6 ? FlyingPixelFilter::kWeak
+                                     : FlyingPixelFilter::kStrong;
+    s.edge_smoothing = chance(rng, 0.5);
+  } else {
+    s.sensing = DepthSensing::kStructuredLight;
+    s.depth_step_at_1m_mm = uniform(rng, 1.5f, 3.0f);
+    s.edge_blur_px = uniform(rng, 0.7f, 1.5f);
+  }
+  s.reflectivity_bias_mm = uniform(rng, 0.0f, 2.0f);
+  s.fixed_pattern_mm = uniform(rng, -2.0f, 2.0f);
+  s.fixed_ramp_x_mm = uniform(rng, -1.5f, 1.5f);
+  s.fixed_ramp_y_mm = uniform(rng, -1.5f, 1.5f);
+  s.wiggle_mm = uniform(rng, 0.0f, 2.0f);
+  s.wiggle_phase_rad = uniform(rng, 0.0f, 6.2831853f);
+  return s;
+}
+
+// A carton's lid as cartons come: rims always rounded, flaps mostly meeting
+// along a seam, and the rest now and then.
+BoxTop draw_carton(std::mt19937_64& rng, float length, float width, float height) {
+  BoxTop top;
+  const float half_long = 0.5f * std::max(length, width);
+  const float half_short = 0.5f * std::min(length, width);
+  const double board = uniform(rng, 0.0f, 1.0f);
+  top.reflectivity = board < 0.7   ? uniform(rng, 0.3f, 0.6f)
+                     : board < 0.9 ? uniform(rng, 0.06f, 0.15f)
+                                   : uniform(rng, 0.7f, 0.9f);
+  top.dark = top.reflectivity < 0.2f;
+  top.rim_radius_mm = std::min(uniform(rng, 2.0f, 10.0f), 0.4f * half_short);
+  // Shapes that reach down stay well within the box.
+  const float room = 0.7f * height;
+  if (chance(rng, 0.8)) {
+    CartonSeam& seam = top.seam;
+    seam.present = true;
+    seam.offset_mm = uniform(rng, -0.05f, 0.05f) * half_short;
+    seam.ridge_mm = uniform(rng, -4.0f, 3.0f);
+    seam.ridge_width_mm = std::min(uniform(rng, 8.0f, 30.0f), half_short);
+    if (chance(rng, 0.4))
+      seam.step_mm = (chance(rng, 0.5) ? 1.0f : -1.0f) * uniform(rng, 1.0f, 5.0f);
+    seam.taped = chance(rng, 0.5);
+    seam.tape_width_mm = std::min(48.0f, 2.0f * half_short);
+    if (!seam.taped && chance(rng, 0.5)) {
+      seam.crack_width_mm = uniform(rng, 2.0f, 6.0f);
+      seam.crack_depth_mm = std::min(uniform(rng, 20.0f, 60.0f), room);
+    }
+  }
+  if (chance(rng, 0.6)) {
+    const int bumps = std::uniform_int_distribution<int>(1, 4)(rng);
+    for (int i = 0; i < bumps; ++i) {
+      TopBump b;
+      b.centre_mm = {uniform(rng, -0.5f, 0.5f) * length, uniform(rng, -0.5f, 0.5f) * width};
+      b.height_mm = (chance(rng, 0.5) ? 1.0f : -1.0f) * uniform(rng, 1.0f, 4.0f);
+      b.radius_mm = std::min(uniform(rng, 30.0f, 100.0f), half_long);
+      top.bumps.push_back(b);
+    }
+  }
+  if (chance(rng, 0.3)) top.lid_mm = uniform(rng, -6.0f, 8.0f);
+  if (chance(rng, 0.2)) {
+    top.offset_bulge_mm = uniform(rng, 2.0f, 8.0f);
+    top.offset_bulge_at = {uniform(rng, -0.6f, 0.6f), uniform(rng, -0.6f, 0.6f)};
+  }
+  if (chance(rng, 0.4)) {
+    TopLabel label;
+    label.size_mm = {std::min(100.0f, 0.6f * length), std::min(150.0f, 0.6f * width)};
+    label.centre_mm = {uniform(rng, -0.2f, 0.2f) * length, uniform(rng, -0.2f, 0.2f) * width};
+    label.reflectivity = uniform(rng, 0.75f, 0.9f);
+    top.labels.push_back(label);
+  }
+  if (chance(rng, 0.08)) {
+    TopNotch n;
+    n.side = std::uniform_int_distribution<int>(0, 3)(rng);
+    const float edge = n.side % 2 == 0 ? width : length;
+    const float inward = n.side % 2 == 0 ? length : width;
+    n.width_mm = std::min(uniform(rng, 30.0f, 80.0f), 0.5f * edge);
+    n.position_mm = uniform(rng, -0.25f, 0.25f) * edge;
+    n.reach_mm = std::min(uniform(rng, 15.0f, 40.0f), 0.3f * inward);
+    n.drop_mm = std::min(uniform(rng, 20.0f, 50.0f), room);
+    top.notches.push_back(n);
+  }
+  if (half_short >= 60.0f && half_long >= 100.0f && chance(rng, 0.12)) {
+    HandleRecess& h = top.handle;
+    h.present = true;
+    h.at_positive_end = chance(rng, 0.5);
+    h.width_mm = 30.0f;
+    h.length_mm = std::min(90.0f, 1.2f * half_short);
+    h.from_end_mm = uniform(rng, 35.0f, 60.0f);
+    h.depth_mm = std::min(uniform(rng, 20.0f, 40.0f), room);
+  }
+  return top;
+}
+
+SceneParameters draw_field(std::mt19937_64& rng) {
+  SceneParameters scene;
+  scene.box_length_mm = uniform(rng, 150.0f, 600.0f);
+  scene.box_width_mm =
+      uniform(rng, std::max(100.0f, 0.3f * scene.box_length_mm), scene.box_length_mm);
+  scene.box_height_mm = uniform(rng, 50.0f, 400.0f);
+  scene.yaw_deg = uniform(rng, 0.0f, 90.0f);
+  scene.camera_height_mm = std::max(uniform(rng, 900.0f, 1800.0f), scene.box_height_mm + 500.0f);
+  scene.tilt_deg = (chance(rng, 0.5) ? 1.0f : -1.0f) * uniform(rng, 0.0f, 15.0f);
+  scene.roll_deg = uniform(rng, -5.0f, 5.0f);
+  const float shift = scene.image_width / 80.0f;
+  scene.intrinsics.cx += uniform(rng, -shift, shift);
+  scene.intrinsics.cy += uniform(rng, -shift, shift);
+  scene.offset_mm = {uniform(rng, -250.0f, 250.0f), uniform(rng, -200.0f, 200.0f)};
+  scene.top = draw_carton(rng, scene.box_length_mm, scene.box_width_mm, scene.box_height_mm);
+  scene.sensor = draw_sensor(rng);
+  // The noise is white paper's at 1 m; a carton returns less light and so
+  // reads noisier.
+  scene.noise.sigma_at_1m_mm = uniform(rng, 0.8f, 2.0f);
+  scene.noise.dropout_probability = 0.002f;
+  scene.noise.multipath_mm = uniform(rng, 0.0f, 8.0f);
+  scene.table.warp_mm = uniform(rng, -1.5f, 1.5f);
+  if (chance(rng, 0.5)) {
+    scene.table.dip_mm = uniform(rng, 1.0f, 3.0f);
+    scene.table.dip_radius_mm = uniform(rng, 100.0f, 300.0f);
+  }
+  if (chance(rng, 0.3)) {
+    // Another box at the border of the view, partly out of it.
+    FloorBox other;
+    other.length_mm = uniform(rng, 150.0f, 500.0f);
+    other.width_mm = uniform(rng, 100.0f, other.length_mm);
+    other.height_mm = uniform(rng, 50.0f, std::min(400.0f, scene.camera_height_mm - 500.0f));
+    other.yaw_deg = uniform(rng, 0.0f, 90.0f);
+    other.top = draw_carton(rng, other.length_mm, other.width_mm, other.height_mm);
+    const float angle = uniform(rng, 0.0f, 6.2831853f);
+    const float reach = uniform(rng, 0.9f, 1.3f) * 0.55f * scene.camera_height_mm;
+    other.offset_mm = {reach * std::cos(angle) - scene.offset_mm.x,
+                       0.75f * reach * std::sin(angle) - scene.offset_mm.y};
+    scene.other_boxes.push_back(other);
+  }
+  scene.seed = rng();
+  return scene;
+}
+
 // Boxes of a cluttered scene may not stand in each other.
 bool boxes_apart(const SceneParameters& scene) {
   std::vector<std::pair<cv::Point2f, float>> circles = {
@@ -264,6 +414,8 @@ SceneParameters draw_reject(std::mt19937_64& rng) {
 
 SceneParameters draw_scene(FamilyKind kind, std::mt19937_64& rng) {
   switch (kind) {
+    case FamilyKind::kField:
+      return draw_field(rng);
     case FamilyKind::kRealistic:
       return draw_realistic(rng);
     case FamilyKind::kCluttered:
@@ -288,6 +440,9 @@ bool keep_scene(FamilyKind kind, const SceneParameters& scene) {
       return box_in_frame(scene);
     case FamilyKind::kRealistic:
       return measurable_box(scene);
+    case FamilyKind::kField:
+      return measurable_box(scene) &&
+             (scene.other_boxes.empty() || (boxes_apart(scene) && top_in_full_view(scene)));
     case FamilyKind::kCluttered:
       return boxes_apart(scene) && measurable_box(scene) && top_in_full_view(scene);
     case FamilyKind::kReject: {
@@ -315,9 +470,10 @@ ErrorStatistics error_statistics(std::vector<double> errors) {
 }
 
 std::vector<SceneFamily> accuracy_families() {
-  return {{"top-down", FamilyKind::kTopDown},    {"tilted", FamilyKind::kTilted},
-          {"noisy", FamilyKind::kNoisy},         {"realistic", FamilyKind::kRealistic},
-          {"cluttered", FamilyKind::kCluttered}, {"reject", FamilyKind::kReject}};
+  return {{"field", FamilyKind::kField},         {"top-down", FamilyKind::kTopDown},
+          {"tilted", FamilyKind::kTilted},       {"noisy", FamilyKind::kNoisy},
+          {"realistic", FamilyKind::kRealistic}, {"cluttered", FamilyKind::kCluttered},
+          {"reject", FamilyKind::kReject}};
 }
 
 SceneSampler::SceneSampler(SceneFamily family, int count, std::uint64_t seed)

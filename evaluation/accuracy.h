@@ -17,6 +17,7 @@
 namespace boxdim {
 
 enum class FamilyKind {
+  kField,      // one carton as a real station sees it (see sample_family)
   kTopDown,    // one box, clean, camera straight down
   kTilted,     // one box, clean, camera tilted 2-20 degrees either way, rolled up to 5
   kNoisy,      // one box, time-of-flight noise, half of the cameras tilted
@@ -33,10 +34,25 @@ struct SceneFamily {
   bool measurable() const { return kind != FamilyKind::kReject; }
 };
 
-// "top-down", "tilted", "noisy", "realistic", "cluttered", "reject".
+// "field", "top-down", "tilted", "noisy", "realistic", "cluttered", "reject".
 std::vector<SceneFamily> accuracy_families();
 
 // Scenes of a family, drawn one at a time and reproducibly from `seed`.
+// field: a carton 150-600 mm long, 100-600 mm wide, 50-400 mm high, under a
+// 640 x 480 camera 0.9-1.8 m above the table, tilted up to 15 degrees,
+// seen through the physical sensor: every pixel integrates its footprint; a
+// time-of-flight camera (three in four; its flying-pixel filter off, weak or
+// strong, its edge smoothing on or off) or a structured-light one (depth
+// steps of 1.5-3 mm at 1 m, growing with the distance squared, and edges
+// blurred); noise and dropouts from the light each surface returns
+// (cartons brown, dark or white); a range bias by reflectivity, a fixed
+// pattern over the image and a periodic error with the distance, the same in
+// every frame; multipath; a table that bows and gives under the box. The
+// carton has rounded rims (2-10 mm), and mostly flaps meeting along a seam
+// (a ridge or valley, often one flap over the other, a crack between them or
+// tape over it), an uneven lid, a bulge centred or off centre, labels, now
+// and then a notch or a hand hole; and in three scenes in ten another box
+// stands at the border of the view, partly out of it.
 // top-down, tilted, noisy: boxes 150-600 mm long, at least 80 mm and 40 % of
 // the length wide, 60-400 mm high, under a camera 0.8-1.8 m above the floor,
 // turned 0-90 degrees; noise of 2 mm at 1 m, 20 % flying edge pixels, 0.5 %

@@ -1,5 +1,6 @@
-// Renders the synthetic box scene by casting one ray per pixel against the box
-// and the floor, adds the time-of-flight artefacts, and derives the ground truth.
+// Renders the synthetic box scene: the classic sensor casts one ray per pixel
+// against the boxes and the floor and adds the time-of-flight artefacts to
+// it; the physical sensor is its own file. Also the ground truth.
 #include "scene/depth_scene.h"
 
 #include <Eigen/Dense>
@@ -12,11 +13,18 @@
 #include <stdexcept>
 #include <string>
 
+#include "scene/scene_geometry.h"
+#include "scene/sensor_frame.h"
+
 namespace boxdim {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kNoHit = std::numeric_limits<double>::infinity();
+using scene_geometry::BoxGeometry;
+using scene_geometry::build_geometry;
+using scene_geometry::cast_ray;
+using scene_geometry::RayHit;
+using scene_geometry::SceneGeometry;
+
 constexpr double kMaxDepthMm = 65535.0;  // largest value a 16-bit depth pixel holds
 constexpr double kMinClearanceMm = 100.0;
 constexpr double kMaxTiltDeg = 60.0;
@@ -26,8 +34,6 @@ constexpr double kDepthEdgeMm = 50.0;
 // A dark surface returns so little light that pixels without a return come
 // this many times as often.
 constexpr double kDarkDropoutFactor = 10.0;
-
-double radians(double degrees) { return degrees * kPi / 180.0; }
 
 void require(bool ok, const std::string& message) {
   if (!ok) throw std::invalid_argument(message);
@@ -68,115 +74,6 @@ void require_lid(const BoxTop& top, double height, const std::string& name) {
   require_finite(top.lid_mm, name, " mm");
   require(std::abs(top.lid_mm) < height,
           name + " must bulge or sag by less than the box's height" + got(top.lid_mm, " mm"));
-}
-
-// The level frame is the untilted camera's frame: x along image columns, y
-// along image rows, z straight down to the floor at z = camera height, with
-// the camera at the origin.
-
-// One box in the level frame.
-struct BoxGeometry {
-  Eigen::Matrix3d level_to_box;  // box axes as rows
-  Eigen::Vector3d top_centre;    // level frame
-  Eigen::Vector3d box_centre;    // level frame, middle of the whole box
-  Eigen::Vector3d half_extent;   // along the box's length, width, height
-  double top_height = 0.0;       // level-frame z of the top face's edges
-  BoxTop top;
-  // For the ray cast: the camera's rays and position in the box's frame.
-  Eigen::Matrix3d camera_to_box;
-  Eigen::Vector3d camera_in_box;
-};
-
-struct SceneGeometry {
-  Eigen::Matrix3d camera_to_level;  // camera axes as columns, in the level frame
-  double camera_height = 0.0;
-  BoxGeometry main_box;             // also when the scene leaves it out
-  std::vector<BoxGeometry> boxes;   // the boxes in the frame, the main one first
-};
-
-// A right-handed turn about x takes z towards -y, hence the minus: positive
-// tilt swings the optical axis towards +y (increasing rows). A right-handed
-// turn about y takes z towards +x, so positive roll swings it towards +x
-// (increasing columns).
-Eigen::Matrix3d camera_orientation(double tilt_deg, double roll_deg) {
-  return (Eigen::AngleAxisd(-radians(tilt_deg), Eigen::Vector3d::UnitX()) *
-          Eigen::AngleAxisd(radians(roll_deg), Eigen::Vector3d::UnitY()))
-      .toRotationMatrix();
-}
-
-// Positive yaw turns the length from the columns towards the rows, which
-// looks clockwise in the image because rows run downwards.
-BoxGeometry box_geometry(const Eigen::Matrix3d& camera_to_level, const Eigen::Vector3d& top_centre,
-                         double length, double width, double height, double yaw_deg,
-                         const BoxTop& top) {
-  BoxGeometry b;
-  b.top_centre = top_centre;
-  b.top_height = top_centre.z();
-  b.box_centre = top_centre + Eigen::Vector3d(0.0, 0.0, 0.5 * height);
-  const Eigen::Matrix3d box_to_level =
-      Eigen::AngleAxisd(radians(yaw_deg), Eigen::Vector3d::UnitZ()).toRotationMatrix();
-  b.level_to_box = box_to_level.transpose();
-  b.half_extent = 0.5 * Eigen::Vector3d(length, width, height);
-  b.top = top;
-  b.camera_to_box = b.level_to_box * camera_to_level;
-  b.camera_in_box = -(b.level_to_box * b.box_centre);
-  return b;
-}
-
-SceneGeometry build_geometry(const SceneParameters& scene) {
-  SceneGeometry g;
-  g.camera_height = scene.camera_height_mm;
-  g.camera_to_level = camera_orientation(scene.tilt_deg, scene.roll_deg);
-
-  const double top_height = double{scene.camera_height_mm} - scene.box_height_mm;
-  const Eigen::Vector3d optical_axis = g.camera_to_level.col(2);
-  const Eigen::Vector3d top_centre = optical_axis * (top_height / optical_axis.z()) +
-                                     Eigen::Vector3d(scene.offset_mm.x, scene.offset_mm.y, 0.0);
-  g.main_box = box_geometry(g.camera_to_level, top_centre, scene.box_length_mm,
-                            scene.box_width_mm, scene.box_height_mm, scene.yaw_deg, scene.top);
-  if (scene.with_box) g.boxes.push_back(g.main_box);
-  for (const FloorBox& other : scene.other_boxes) {
-    const Eigen::Vector3d other_top(top_centre.x() + other.offset_mm.x,
-                                    top_centre.y() + other.offset_mm.y,
-                                    double{scene.camera_height_mm} - other.height_mm);
-    g.boxes.push_back(box_geometry(g.camera_to_level, other_top, other.length_mm, other.width_mm,
-                                   other.height_mm, other.yaw_deg, other.top));
-  }
-  return g;
-}
-
-// Slab test in the box's own frame: nearest t > 0 where origin + t * direction
-// enters the box, or kNoHit. `axis` gets the axis of the face it enters by.
-double box_hit(const Eigen::Vector3d& origin, const Eigen::Vector3d& direction,
-               const Eigen::Vector3d& half_extent, int& axis) {
-  double t_enter = -kNoHit;
-  double t_exit = kNoHit;
-  axis = -1;
-  for (int a = 0; a < 3; ++a) {
-    if (direction[a] == 0.0) {
-      if (std::abs(origin[a]) > half_extent[a]) return kNoHit;
-      continue;
-    }
-    const double inverse = 1.0 / direction[a];
-    double t_near = (-half_extent[a] - origin[a]) * inverse;
-    double t_far = (half_extent[a] - origin[a]) * inverse;
-    if (t_near > t_far) std::swap(t_near, t_far);
-    if (t_near > t_enter) {
-      t_enter = t_near;
-      axis = a;
-    }
-    t_exit = std::min(t_exit, t_far);
-  }
-  // The camera is always outside the box, so a real hit enters in front of it.
-  return (t_enter <= t_exit && t_enter > 0.0) ? t_enter : kNoHit;
-}
-
-// How far a lid rises above the top's edges at a point of the top, given in
-// the box's frame: the full amount at the centre, nothing at the edges.
-double lid_rise(const BoxGeometry& box, const Eigen::Vector3d& in_box) {
-  const double x = in_box.x() / box.half_extent.x();
-  const double y = in_box.y() / box.half_extent.y();
-  return box.top.lid_mm * std::max(0.0, 1.0 - x * x) * std::max(0.0, 1.0 - y * y);
 }
 
 // What each ray of the clean frame hit.
@@ -221,36 +118,10 @@ CleanFrame render_clean_depth(const SceneParameters& scene, const SceneGeometry&
     std::uint8_t* surface = frame.surfaces[v];
     const double y = (v - double{k.cy}) / k.fy;
     for (int u = 0; u < frame.depth.cols; ++u) {
-      const Eigen::Vector3d ray((u - double{k.cx}) / k.fx, y, 1.0);
-      const double down = g.camera_to_level.row(2).dot(ray);
-      const double floor_t = down > 0.0 ? g.camera_height / down : kNoHit;
-      double box_t = kNoHit;
-      int hit_box = -1;
-      int hit_axis = -1;
-      for (std::size_t b = 0; b < g.boxes.size(); ++b) {
-        int axis = -1;
-        const double t =
-            box_hit(g.boxes[b].camera_in_box, g.boxes[b].camera_to_box * ray, g.boxes[b].half_extent,
-                    axis);
-        if (t < box_t) {
-          box_t = t;
-          hit_box = static_cast<int>(b);
-          hit_axis = axis;
-        }
-      }
-      double t = std::min(floor_t, box_t);
-      const bool on_box = box_t < floor_t;
-      if (on_box && hit_axis == 2) {
-        const BoxGeometry& box = g.boxes[static_cast<std::size_t>(hit_box)];
-        if (box.top.lid_mm != 0.0f) {
-          const Eigen::Vector3d in_box = box.camera_in_box + t * (box.camera_to_box * ray);
-          t -= lid_rise(box, in_box) / down;
-        }
-        if (box.top.dark) frame.dark(v, u) = 1;
-      }
-      const bool hit = t <= kMaxDepthMm;
-      row[u] = hit ? t : 0.0;
-      surface[u] = !hit ? kNoSurface : (on_box ? kBoxSurface : kFloorSurface);
+      const RayHit hit = cast_ray(g, Eigen::Vector3d((u - double{k.cx}) / k.fx, y, 1.0));
+      row[u] = hit.depth;
+      surface[u] = hit.kind;
+      if (hit.dark) frame.dark(v, u) = 1;
     }
   }
   if (noise.multipath_mm > 0.0f) add_multipath(frame, scene);
@@ -332,8 +203,10 @@ SceneGroundTruth ground_truth(const SceneParameters& scene, const SceneGeometry&
       static_cast<float>(2.0 * std::max(box.half_extent.x(), box.half_extent.y()));
   truth.dimensions.box_width =
       static_cast<float>(2.0 * std::min(box.half_extent.x(), box.half_extent.y()));
-  truth.dimensions.box_height =
-      static_cast<float>(2.0 * box.half_extent.z() + std::max(0.0f, box.top.lid_mm));
+  // The lid's highest point counts where it rises above the walls; a sag,
+  // a rounded rim, a crack or a notch takes nothing from the height.
+  const double rise = box.shaped ? box.shape.highest() : double{box.top.lid_mm};
+  truth.dimensions.box_height = static_cast<float>(2.0 * box.half_extent.z() + std::max(0.0, rise));
 
   // The level frame's down direction seen from the camera. Both frames share
   // the origin, so the plane's offset survives the rotation unchanged.
@@ -359,6 +232,16 @@ SceneGroundTruth ground_truth(const SceneParameters& scene, const SceneGeometry&
                                           static_cast<float>(c.y() / c.z() * k.fy + k.cy));
   }
   return truth;
+}
+
+RenderedScene with_truths(const SceneParameters& scene, const SceneGeometry& geometry,
+                          const cv::Mat& depth, const cv::Mat& surfaces) {
+  RenderedScene rendered{depth, ground_truth(scene, geometry, geometry.main_box), {}, surfaces};
+  const std::size_t first_other = scene.with_box ? 1 : 0;
+  for (std::size_t b = first_other; b < geometry.boxes.size(); ++b) {
+    rendered.other_truths.push_back(ground_truth(scene, geometry, geometry.boxes[b]));
+  }
+  return rendered;
 }
 
 }  // namespace
@@ -395,6 +278,15 @@ void validate_scene(const SceneParameters& scene) {
   require(scene.noise.dark_noise_factor >= 1.0f,
           "dark noise factor must be at least 1" + got(scene.noise.dark_noise_factor, ""));
   require_lid(scene.top, scene.box_height_mm, "lid");
+  validate_box_top(scene.top, scene.box_length_mm, scene.box_width_mm, scene.box_height_mm, "box");
+  validate_sensor(scene.sensor);
+  require_finite(scene.table.warp_mm, "table warp", " mm");
+  require(std::abs(scene.table.warp_mm) <= 20.0f,
+          "table warp must stay within +-20 mm" + got(scene.table.warp_mm, " mm"));
+  require_finite(scene.table.dip_mm, "table dip", " mm");
+  require(scene.table.dip_mm >= 0.0f && scene.table.dip_mm <= 20.0f,
+          "table dip must lie in [0, 20] mm" + got(scene.table.dip_mm, " mm"));
+  require_positive(scene.table.dip_radius_mm, "table dip radius", " mm");
   for (const FloorBox& other : scene.other_boxes) {
     require_positive(other.length_mm, "other box length", " mm");
     require_positive(other.width_mm, "other box width", " mm");
@@ -406,12 +298,17 @@ void validate_scene(const SceneParameters& scene) {
     require_finite(other.offset_mm.y, "other box offset y", " mm");
     require_finite(other.yaw_deg, "other box yaw", " degrees");
     require_lid(other.top, other.height_mm, "other box lid");
+    validate_box_top(other.top, other.length_mm, other.width_mm, other.height_mm, "other box");
   }
 }
 
 RenderedScene render_scene(const SceneParameters& scene) {
   validate_scene(scene);
   const SceneGeometry geometry = build_geometry(scene);
+  if (scene.sensor.physical()) {
+    scene_geometry::SensorFrame frame = scene_geometry::render_sensor_frame(scene, geometry);
+    return with_truths(scene, geometry, frame.depth, frame.surfaces);
+  }
   const DepthNoise& noise = scene.noise;
   std::mt19937_64 rng(scene.seed);
 
@@ -426,19 +323,23 @@ RenderedScene render_scene(const SceneParameters& scene) {
     add_dropout(quantised, clean.dark, noise.dropout_probability, rng);
   }
 
-  RenderedScene rendered{quantised, ground_truth(scene, geometry, geometry.main_box), {},
-                         clean.surfaces};
-  const std::size_t first_other = scene.with_box ? 1 : 0;
-  for (std::size_t b = first_other; b < geometry.boxes.size(); ++b) {
-    rendered.other_truths.push_back(ground_truth(scene, geometry, geometry.boxes[b]));
-  }
-  return rendered;
+  return with_truths(scene, geometry, quantised, clean.surfaces);
 }
 
 SceneGroundTruth scene_ground_truth(const SceneParameters& scene) {
   validate_scene(scene);
   const SceneGeometry geometry = build_geometry(scene);
   return ground_truth(scene, geometry, geometry.main_box);
+}
+
+std::vector<SceneGroundTruth> other_ground_truths(const SceneParameters& scene) {
+  validate_scene(scene);
+  const SceneGeometry geometry = build_geometry(scene);
+  std::vector<SceneGroundTruth> truths;
+  for (std::size_t b = scene.with_box ? 1 : 0; b < geometry.boxes.size(); ++b) {
+    truths.push_back(ground_truth(scene, geometry, geometry.boxes[b]));
+  }
+  return truths;
 }
 
 }  // namespace boxdim

@@ -11,16 +11,10 @@
 #include <vector>
 
 #include "core/geometry.h"
+#include "scene/carton_top.h"
+#include "scene/sensor_model.h"
 
 namespace boxdim {
-
-// A box's top as a camera sees it: a lid that bulges up (positive) or sags
-// (negative) at its centre, fading to flat at the edges, and a dark surface
-// that returns less light.
-struct BoxTop {
-  float lid_mm = 0.0f;
-  bool dark = false;
-};
 
 // Another box on the same floor, placed by its centre's offset (level frame,
 // mm: the untilted image's column and row directions) from where the scene's
@@ -53,7 +47,18 @@ struct DepthNoise {
   float dark_noise_factor = 2.5f;
 };
 
-// The scene: a level floor, a box standing on it, a camera above it.
+// The table the boxes stand on, where it is not quite flat (all zero: a
+// level plane). It bows by warp_mm at a camera height's distance from the
+// point below the camera (positive: away from the camera), and gives under
+// each box: dip_mm lower beneath it, fading over dip_radius_mm around it.
+// A box stands on the table where it is, so its top goes down with it.
+struct TableShape {
+  float warp_mm = 0.0f;
+  float dip_mm = 0.0f;
+  float dip_radius_mm = 150.0f;
+};
+
+// The scene: a floor, a box standing on it, a camera above it.
 //
 // Frames: the camera sits camera_height_mm above the floor. Untilted, it looks
 // straight down, image columns and rows running along the floor. tilt_deg
@@ -77,16 +82,22 @@ struct SceneParameters {
   int image_height = 480;
   CameraIntrinsics intrinsics;
   DepthNoise noise;
+  // The physical sensor (pixel footprints, filters, systematic errors) when
+  // its footprint_samples exceed 1; the noise's flying pixels and dark
+  // factor then come from the light each surface returns instead.
+  SensorModel sensor;
+  TableShape table;
   std::uint64_t seed = 1;
-  BoxTop top;           // the main box's
+  BoxTop top;            // the main box's
   bool with_box = true;  // false: the main box is not there (an empty floor)
   std::vector<FloorBox> other_boxes;
 };
 
 // What the frame shows of a box, in the camera's coordinates (mm) and pixels.
 struct SceneGroundTruth {
-  // The smallest enclosing cuboid: box_length is the longer side; a bulging
-  // lid adds to the height, a sagging one does not take from it.
+  // The smallest enclosing cuboid: box_length is the longer side; a lid that
+  // rises above the walls adds to the height, one that sags, a rounded rim,
+  // a crack or a notch do not take from it.
   BoxDimensions dimensions;
   // Plane of the top face, unit normal pointing away from the camera (c > 0).
   PlaneEquation top_plane;
@@ -102,7 +113,7 @@ struct SceneGroundTruth {
 enum SurfaceKind : std::uint8_t { kNoSurface = 0, kFloorSurface = 1, kBoxSurface = 2 };
 
 struct RenderedScene {
-  cv::Mat depth;  // CV_16UC1, image_height x image_width, millimetres, 0 = no return
+  cv::Mat depth;           // CV_16UC1, image_height x image_width, millimetres, 0 = no return
   SceneGroundTruth truth;  // the main box's, also when it is not there
   std::vector<SceneGroundTruth> other_truths;  // index-parallel to other_boxes
   cv::Mat surfaces;  // CV_8UC1, a SurfaceKind per pixel: for colour and infrared pictures
@@ -116,5 +127,7 @@ RenderedScene render_scene(const SceneParameters& scene);
 
 // The main box's ground truth of render_scene(scene), without rendering a pixel.
 SceneGroundTruth scene_ground_truth(const SceneParameters& scene);
+// The other boxes' likewise, index-parallel to other_boxes.
+std::vector<SceneGroundTruth> other_ground_truths(const SceneParameters& scene);
 
 }  // namespace boxdim

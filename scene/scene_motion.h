@@ -34,8 +34,8 @@ struct SceneMotion {
   // Whether anything changes over time.
   bool still() const {
     return placed_s <= 0.0 && removed_s == std::numeric_limits<double>::infinity() &&
-           every_s <= 0.0 &&
-           conveyor_mm_s == 0.0f && others_placed_s.empty() && others_removed_s.empty();
+           every_s <= 0.0 && conveyor_mm_s == 0.0f && others_placed_s.empty() &&
+           others_removed_s.empty();
   }
 
   // Whether other box `i` stands on the floor at `seconds`.

@@ -120,6 +120,31 @@ TEST(Accuracy, TheHarderFamiliesMixTheirEffects) {
   EXPECT_GT(count(realistic, [](const auto& s) { return std::abs(s.tilt_deg) > 15; }), 8);
   EXPECT_GT(count(realistic, [](const auto& s) { return s.noise.multipath_mm > 0; }), 55);
 
+  // Real cameras and cartons: every carton rounded at its rims, and each
+  // camera and lid effect in enough scenes to count.
+  const std::vector<SceneParameters> field = sample_family(family("field"), 60, 5);
+  ASSERT_EQ(field.size(), 60u);
+  const auto sensing = [](DepthSensing kind, FlyingPixelFilter filter) {
+    return [kind, filter](const SceneParameters& s) {
+      return s.sensor.physical() && s.sensor.sensing == kind &&
+             (kind == DepthSensing::kStructuredLight || s.sensor.flying_filter == filter);
+    };
+  };
+  EXPECT_GT(count(field, sensing(DepthSensing::kStructuredLight, {})), 8);
+  for (const FlyingPixelFilter filter :
+       {FlyingPixelFilter::kOff, FlyingPixelFilter::kWeak, FlyingPixelFilter::kStrong}) {
+    EXPECT_GT(count(field, sensing(DepthSensing::kTimeOfFlight, filter)), 5);
+  }
+  EXPECT_EQ(count(field, [](const auto& s) { return s.top.rim_radius_mm >= 2.0f; }), 60);
+  EXPECT_GT(count(field, [](const auto& s) { return s.top.seam.step_mm != 0; }), 8);
+  EXPECT_GT(count(field, [](const auto& s) { return s.top.seam.crack_width_mm > 0; }), 5);
+  EXPECT_GT(count(field, [](const auto& s) { return s.top.seam.taped; }), 15);
+  EXPECT_GT(count(field, [](const auto& s) { return !s.top.bumps.empty(); }), 20);
+  EXPECT_GT(count(field, [](const auto& s) { return s.top.dark; }), 5);
+  EXPECT_GT(count(field, [](const auto& s) { return s.table.dip_mm > 0; }), 15);
+  EXPECT_GT(count(field, [](const auto& s) { return s.sensor.wiggle_mm > 0.5f; }), 30);
+  EXPECT_GT(count(field, [](const auto& s) { return !s.other_boxes.empty(); }), 5);
+
   const std::vector<SceneParameters> cluttered = sample_family(family("cluttered"), 30, 5);
   ASSERT_EQ(cluttered.size(), 30u);
   EXPECT_GT(count(cluttered, [](const auto& s) { return s.other_boxes.size() == 1; }), 5);
