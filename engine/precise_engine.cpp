@@ -4,12 +4,13 @@
 #include <cmath>
 
 #include "engine/box_picture.h"
-#include "tracking/box_sightings.h"
 
 namespace boxdim {
 
 PreciseEngine::PreciseEngine(const EngineContext& context)
-    : detector_(context.seed_clock), draw_pictures_(context.draw_pictures) {}
+    : seed_clock_(context.seed_clock), draw_pictures_(context.draw_pictures) {
+  if (!seed_clock_) seed_clock_ = [] { return std::time(nullptr); };
+}
 
 MeasurementResult PreciseEngine::measure(const DepthFrame& frame) {
   MeasurementResult result;
@@ -24,13 +25,13 @@ void PreciseEngine::measure_into(const DepthFrame& frame, MeasurementResult& res
   result.timestamp_us = frame.timestamp_us;
   result.primary.reset();
 
-  const std::vector<precise::BoxFit>& fits = detector_.detect(frame.depth, frame.intrinsics);
-  tracking::sightings_of(fits, sightings_);
-  // A frame gives at most two events per track (placed and measured, or
-  // removed): room for them once, so that no later frame allocates.
-  result.events.clear();
-  result.events.reserve(2 * tracking::BoxTracker::kMaxTracks);
-  tracker_.update(frame.timestamp_us, sightings_, assignments_, result.events);
+  boxes_.detect(frame.depth, frame.intrinsics, frame.timestamp_us,
+                static_cast<std::uint64_t>(seed_clock_()));
+  const std::vector<precise::BoxFit>& fits = boxes_.fits();
+  const std::vector<tracking::Assignment>& assignments = boxes_.assignments();
+  // Room for a frame's events once, so that no later frame allocates.
+  result.events.reserve(boxes_.events().capacity());
+  result.events.assign(boxes_.events().begin(), boxes_.events().end());
   const cv::Point2f image_centre(0.5f * (frame.depth.cols - 1), 0.5f * (frame.depth.rows - 1));
   std::optional<std::size_t> nearest_any;
   double nearest_any_distance = 0.0;
@@ -49,8 +50,8 @@ void PreciseEngine::measure_into(const DepthFrame& frame, MeasurementResult& res
     box.corners_mm.assign(fit.corners_mm.begin(), fit.corners_mm.end());
     box.centre_px = fit.centre_px;
     box.track_id.reset();
-    if (assignments_[index].track_id >= 0) box.track_id = assignments_[index].track_id;
-    box.fused = assignments_[index].reading;
+    if (assignments[index].track_id >= 0) box.track_id = assignments[index].track_id;
+    box.fused = assignments[index].reading;
     box.confidence = fit.confidence;
     const double distance = cv::norm(fit.centre_px - image_centre);
     if (fit.status == BoxStatus::kMeasured && (!result.primary || distance < primary_distance)) {
@@ -71,10 +72,11 @@ void PreciseEngine::measure_into(const DepthFrame& frame, MeasurementResult& res
       result.failure->stage = box_status_name(fit.status);
       result.failure->message = fit.reason;
     } else {
-      result.failure->stage = detector_.intrinsics_unusable() ? "intrinsics"
-                              : detector_.floor()             ? "detection"
-                                                              : "floor";
-      result.failure->message = detector_.problem();
+      const precise::BoxDetector& detector = boxes_.detector();
+      result.failure->stage = detector.intrinsics_unusable() ? "intrinsics"
+                              : detector.floor()             ? "detection"
+                                                             : "floor";
+      result.failure->message = detector.problem();
     }
   }
   if (draw_pictures_) {

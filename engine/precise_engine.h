@@ -3,11 +3,12 @@
 // The primary box is the measured one nearest the image centre.
 #pragma once
 
+#include <ctime>
+#include <functional>
 #include <string>
 
 #include "core/engine.h"
-#include "precise/box_detector.h"
-#include "tracking/box_tracker.h"
+#include "tracking/tracked_detector.h"
 
 namespace boxdim {
 
@@ -25,10 +26,8 @@ class PreciseEngine : public Engine {
   void measure_into(const DepthFrame& frame, MeasurementResult& result) override;
 
  private:
-  precise::BoxDetector detector_;
-  tracking::BoxTracker tracker_;
-  std::vector<tracking::Sighting> sightings_;
-  std::vector<tracking::Assignment> assignments_;
+  tracking::TrackedDetector boxes_;
+  std::function<std::time_t()> seed_clock_;
   bool draw_pictures_;
 };
 

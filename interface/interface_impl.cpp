@@ -2,8 +2,6 @@
 
 #include <ctime>
 
-#include "tracking/box_sightings.h"
-
 namespace boxdim {
 
 namespace {
@@ -101,10 +99,8 @@ const char* EventKindName(EventKind kind) {
   return "unknown";
 }
 
-InterfaceImpl::InterfaceImpl()
-    : detector_([this] { return seed_ ? static_cast<std::time_t>(*seed_) : std::time(nullptr); }) {
+InterfaceImpl::InterfaceImpl() {
   detections_.reserve(kMaxDetections);
-  track_events_.reserve(2 * kMaxTrackSlots);
   events_.reserve(2 * kMaxTrackSlots);
   SetExactIntrinsics(intrinsics_.fx, intrinsics_.fy, intrinsics_.cx, intrinsics_.cy);
 }
@@ -150,19 +146,19 @@ int InterfaceImpl::DetectAt(const std::uint16_t* depth, int width, int height, s
   }
   const cv::Mat image(height, width, CV_16UC1, const_cast<std::uint16_t*>(depth),
                       static_cast<std::size_t>(row_stride) * sizeof(std::uint16_t));
-  const std::vector<precise::BoxFit>& fits = detector_.detect(image, intrinsics_);
-  if (detector_.intrinsics_unusable()) {
-    problem_ = detector_.problem();
+  const std::uint64_t seed = seed_ ? *seed_ : static_cast<std::uint64_t>(std::time(nullptr));
+  boxes_.detect(image, intrinsics_, time_us, seed);
+  const precise::BoxDetector& detector = boxes_.detector();
+  if (detector.intrinsics_unusable()) {
+    problem_ = detector.problem();
     return -1;
   }
-  tracking::sightings_of(fits, sightings_);
-  track_events_.clear();
-  tracker_.update(time_us, sightings_, assignments_, track_events_);
+  const std::vector<precise::BoxFit>& fits = boxes_.fits();
   for (std::size_t i = 0; i < fits.size(); ++i) {
     detections_.push_back(detection_of(fits[i]));
-    add_track(assignments_[i], detections_.back());
+    add_track(boxes_.assignments()[i], detections_.back());
   }
-  for (const TrackEvent& e : track_events_) events_.push_back(event_of(e));
+  for (const TrackEvent& e : boxes_.events()) events_.push_back(event_of(e));
   problem_.clear();
   const precise::BoxFit* first_unmeasured = nullptr;
   bool measured = false;
@@ -171,7 +167,7 @@ int InterfaceImpl::DetectAt(const std::uint16_t* depth, int width, int height, s
     if (fit.status != BoxStatus::kMeasured && !first_unmeasured) first_unmeasured = &fit;
   }
   if (fits.empty()) {
-    problem_ = detector_.problem();
+    problem_ = detector.problem();
   } else if (!measured) {
     problem_ = std::string("no box could be measured: the largest is ") +
                box_status_name(first_unmeasured->status) + " (" + first_unmeasured->reason + ")";
@@ -192,7 +188,7 @@ bool InterfaceImpl::GetEvent(int index, Event* event) const {
 }
 
 bool InterfaceImpl::GetFloor(float normal[3], float* offset) const {
-  const std::optional<precise::FloorPlane>& floor = detector_.floor();
+  const std::optional<precise::FloorPlane>& floor = boxes_.detector().floor();
   if (!floor) return false;
   if (normal != nullptr) {
     for (int i = 0; i < 3; ++i) normal[i] = floor->normal[i];

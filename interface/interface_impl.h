@@ -9,8 +9,7 @@
 
 #include "core/camera_intrinsics.h"
 #include "interface/interface.h"
-#include "precise/box_detector.h"
-#include "tracking/box_tracker.h"
+#include "tracking/tracked_detector.h"
 
 namespace boxdim {
 
@@ -36,10 +35,10 @@ class InterfaceImpl : public Interface {
   const char* LastProblem() const override { return problem_.c_str(); }
   int EventCount() const override { return static_cast<int>(events_.size()); }
   bool GetEvent(int index, Event* event) const override;
-  void ResetTracks() override { tracker_.reset(); }
+  void ResetTracks() override { boxes_.reset_tracks(); }
 
   bool GetFloor(float normal[3], float* offset) const override;
-  void ResetFloor() override { detector_.reset_floor(); }
+  void ResetFloor() override { boxes_.reset_floor(); }
 
  private:
   int fx_ = 0;
@@ -48,11 +47,7 @@ class InterfaceImpl : public Interface {
   int cy_ = 0;
   CameraIntrinsics intrinsics_;
   std::optional<std::uint32_t> seed_;
-  precise::BoxDetector detector_;
-  tracking::BoxTracker tracker_;
-  std::vector<tracking::Sighting> sightings_;
-  std::vector<tracking::Assignment> assignments_;
-  std::vector<TrackEvent> track_events_;
+  tracking::TrackedDetector boxes_;
   std::vector<Detection> detections_;
   std::vector<Event> events_;
   std::string problem_;

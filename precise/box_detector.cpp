@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 namespace boxdim::precise {
 
@@ -20,13 +19,29 @@ bool usable(const CameraIntrinsics& k, cv::Size size) {
 
 }  // namespace
 
-BoxDetector::BoxDetector(std::function<std::time_t()> seed_clock)
-    : seed_clock_(std::move(seed_clock)) {
-  if (!seed_clock_) seed_clock_ = [] { return std::time(nullptr); };
+void DetectorOptions::check() const {
+  floor.check();
+  faces.check();
+  fit.outline.check();
+  fit.height.check();
+  fit.grading.check();
 }
 
+namespace {
+
+const DetectorOptions& checked(const DetectorOptions& options) {
+  options.check();
+  return options;
+}
+
+}  // namespace
+
+BoxDetector::BoxDetector(const DetectorOptions& options)
+    : options_(checked(options)), floor_finder_(options.floor), face_finder_(options.faces) {}
+
 const std::vector<BoxFit>& BoxDetector::detect(const cv::Mat& frame,
-                                               const CameraIntrinsics& intrinsics) {
+                                               const CameraIntrinsics& intrinsics,
+                                               std::uint64_t seed) {
   CV_Assert(frame.type() == CV_16UC1);
   // The stages index pixels as row * width + column.
   const cv::Mat depth = frame.isContinuous() ? frame : frame.clone();
@@ -40,13 +55,13 @@ const std::vector<BoxFit>& BoxDetector::detect(const cv::Mat& frame,
     return fits_;
   }
   intrinsics_unusable_ = false;
-  rng_.seed(static_cast<std::mt19937::result_type>(seed_clock_()));
-  const std::optional<FloorPlane> floor = floor_finder_.find(depth, intrinsics, rng_);
+  const std::optional<FloorPlane> floor = floor_finder_.find(depth, intrinsics, seed);
   if (!floor) {
     problem_ = "no floor plane in view";
     return fits_;
   }
-  compute_heights(depth, intrinsics, *floor, heights_, above_);
+  compute_heights(depth, intrinsics, *floor, options_.faces.above_mm, options_.faces.above_per_mm,
+                  heights_, above_);
   const std::vector<TopFace>& faces = face_finder_.find(heights_, above_, depth, kMaxDetections);
   if (faces.empty()) {
     problem_ = "nothing stands on the floor";
@@ -54,7 +69,7 @@ const std::vector<BoxFit>& BoxDetector::detect(const cv::Mat& frame,
   }
   const FrameView view{heights_,   depth, above_, face_finder_.regions(), face_finder_.faces(),
                        intrinsics, *floor};
-  for (const TopFace& face : faces) fits_.push_back(fit_box(view, face, buffers_));
+  for (const TopFace& face : faces) fits_.push_back(fit_box(view, face, options_.fit, buffers_));
   return fits_;
 }
 

@@ -1,12 +1,12 @@
 // The precise engine's detector: every box standing on the floor of a depth
-// frame, each measured from its top as the smallest enclosing cuboid. The
-// floor carries over from frame to frame; buffers grow once and are reused.
+// frame, each measured from its top as the smallest enclosing cuboid. Its
+// stages, in order: the floor (kept from frame to frame), every pixel's
+// height above it, the tops standing out, and for each top its fit
+// (outline, height, grade). Buffers grow once and are reused.
 #pragma once
 
-#include <ctime>
-#include <functional>
+#include <cstdint>
 #include <optional>
-#include <random>
 #include <vector>
 
 #include "core/camera_intrinsics.h"
@@ -17,18 +17,30 @@
 
 namespace boxdim::precise {
 
+// Every stage's options; checked once, when a detector is made.
+struct DetectorOptions {
+  FloorOptions floor;
+  TopFaceOptions faces;
+  FitOptions fit;
+
+  // Throws std::invalid_argument naming the first option out of its range.
+  void check() const;
+};
+
 class BoxDetector {
  public:
   static constexpr int kMaxDetections = 99;
 
-  // `seed_clock` seeds the floor search for each frame; the current time in
-  // seconds when empty.
-  explicit BoxDetector(std::function<std::time_t()> seed_clock = {});
+  // Throws std::invalid_argument when an option is out of its range.
+  explicit BoxDetector(const DetectorOptions& options = {});
 
   // The boxes of a CV_16UC1 depth frame (mm), at most kMaxDetections, largest
-  // tops first.
-  const std::vector<BoxFit>& detect(const cv::Mat& depth, const CameraIntrinsics& intrinsics);
+  // tops first; `seed` seeds the floor's random search when there is one.
+  const std::vector<BoxFit>& detect(const cv::Mat& depth, const CameraIntrinsics& intrinsics,
+                                    std::uint64_t seed);
 
+  // The last frame's boxes, as detect() returned them.
+  const std::vector<BoxFit>& fits() const { return fits_; }
   // Why the last frame gave no box: "" when it gave some.
   const char* problem() const { return problem_; }
   // Whether the last frame's intrinsics were refused, before any floor search.
@@ -37,8 +49,7 @@ class BoxDetector {
   void reset_floor() { floor_finder_.reset(); }
 
  private:
-  std::function<std::time_t()> seed_clock_;
-  std::mt19937 rng_;
+  DetectorOptions options_;
   FloorFinder floor_finder_;
   TopFaceFinder face_finder_;
   cv::Mat1f heights_;

@@ -4,52 +4,44 @@
 #include <algorithm>
 #include <cmath>
 
+#include "precise/option_checks.h"
+
 namespace boxdim::precise {
 
-namespace {
+void FloorOptions::check() const {
+  check_option("floor.sample_points", sample_points, 50, 1 << 22);
+  check_option("floor.hypotheses", hypotheses, 1, 100000);
+  check_option("floor.scoring_points", scoring_points, 50, 1 << 22);
+  check_option("floor.max_angle_cos", max_angle_cos, 0.0f, 1.0f);
+  check_option("floor.min_share", min_share, 0.0, 1.0);
+  check_option("floor.max_behind_share", max_behind_share, 0.0, 1.0);
+  check_option("floor.on_mm", on_mm, 0.0f, 1000.0f);
+  check_option("floor.on_per_mm", on_per_mm, 0.0f, 1.0f);
+  check_option("floor.behind_factor", behind_factor, 1.0f, 100.0f);
+  check_option("floor.behind_weight", behind_weight, 0L, 1000L);
+  check_option("floor.refine_deviations", refine_deviations, 0.5f, 100.0f);
+  check_option("floor.min_sigma_at_1m_mm", min_sigma_at_1m_mm, 0.0f, 100.0f);
+}
 
-// About this many points of the frame take part; a 640 x 480 frame gives
-// every eighth pixel of every eighth row.
-constexpr int kSamplePoints = 4800;
-constexpr int kHypotheses = 150;
-constexpr int kScoringPoints = 1200;
-// The camera looks down: the floor's normal lies within this angle of the
-// camera's backward axis (a tilt of 30 degrees and the field of view).
-constexpr float kMaxFloorAngleCos = 0.6f;  // 53 degrees
-// A plane needs this share of the points to be the floor.
-constexpr double kMinFloorShare = 0.12;
-// A kept floor is found anew when more than this share lies behind it.
-constexpr double kMaxBehindShare = 0.01;
-
-// How far (mm) a point may lie off the floor and still count as on it: the
-// range noise grows with the distance.
-float on_plane_tolerance(float z) { return 6.0f + 0.008f * z; }
-
-struct Score {
-  int on = 0;
-  int behind = 0;
-};
-
-Score score(const FloorPlane& plane, const std::vector<cv::Vec3f>& points, std::size_t count) {
+FloorFinder::Score FloorFinder::score(const FloorPlane& plane, std::size_t count) const {
   Score s;
   for (std::size_t i = 0; i < count; ++i) {
-    const float h = plane.height(points[i]);
-    const float tolerance = on_plane_tolerance(points[i][2]);
+    const cv::Vec3f& p = sample_[i];
+    const float h = plane.height(p);
+    const float tolerance = on_plane_tolerance(p[2]);
     if (std::abs(h) <= tolerance) {
       ++s.on;
-    } else if (h < -2.0f * tolerance) {
+    } else if (h < -options_.behind_factor * tolerance) {
       ++s.behind;
     }
   }
   return s;
 }
 
-}  // namespace
-
 std::optional<FloorPlane> FloorFinder::find(const cv::Mat& depth, const CameraIntrinsics& k,
-                                            std::mt19937& rng) {
-  const int step =
-      std::max(1, static_cast<int>(std::lround(std::sqrt(depth.total() / double(kSamplePoints)))));
+                                            std::uint64_t seed) {
+  const int step = std::max(
+      1, static_cast<int>(std::lround(std::sqrt(depth.total() / double(options_.sample_points)))));
   sample_.clear();
   for (int v = step / 2; v < depth.rows; v += step) {
     for (int u = step / 2; u < depth.cols; u += step) {
@@ -63,12 +55,13 @@ std::optional<FloorPlane> FloorFinder::find(const cv::Mat& depth, const CameraIn
   // A floor that still fits is kept as it was refined when found: it does
   // not move, and refining it on every frame would only follow the noise.
   if (floor_) {
-    const Score kept = score(*floor_, sample_, sample_.size());
-    if (kept.on >= kMinFloorShare * sample_.size() &&
-        kept.behind <= kMaxBehindShare * sample_.size()) {
+    const Score kept = score(*floor_, sample_.size());
+    if (kept.on >= options_.min_share * sample_.size() &&
+        kept.behind <= options_.max_behind_share * sample_.size()) {
       return floor_;
     }
   }
+  std::mt19937 rng(static_cast<std::mt19937::result_type>(seed));
   floor_ = search(rng);
   if (floor_) floor_ = refine(*floor_);
   return floor_;
@@ -78,11 +71,12 @@ std::optional<FloorPlane> FloorFinder::search(std::mt19937& rng) {
   // Hypotheses are scored on a random part of the sample, the winner refined
   // on all of it.
   std::shuffle(sample_.begin(), sample_.end(), rng);
-  const std::size_t scoring = std::min<std::size_t>(sample_.size(), kScoringPoints);
+  const std::size_t scoring =
+      std::min<std::size_t>(sample_.size(), static_cast<std::size_t>(options_.scoring_points));
   std::uniform_int_distribution<std::size_t> pick(0, sample_.size() - 1);
   std::optional<FloorPlane> best;
   long best_value = 0;
-  for (int h = 0; h < kHypotheses; ++h) {
+  for (int h = 0; h < options_.hypotheses; ++h) {
     const cv::Vec3f a = sample_[pick(rng)];
     const cv::Vec3f b = sample_[pick(rng)];
     const cv::Vec3f c = sample_[pick(rng)];
@@ -93,15 +87,15 @@ std::optional<FloorPlane> FloorFinder::search(std::mt19937& rng) {
     FloorPlane plane{normal, -normal.dot(a)};
     if (plane.offset < 0.0f) plane = {-normal, -plane.offset};
     // The normal points towards the camera, so its z is negative.
-    if (-plane.normal[2] < kMaxFloorAngleCos) continue;
-    const Score s = score(plane, sample_, scoring);
-    const long value = s.on - 4L * s.behind;
+    if (-plane.normal[2] < options_.max_angle_cos) continue;
+    const Score s = score(plane, scoring);
+    const long value = s.on - options_.behind_weight * s.behind;
     if (!best || value > best_value) {
       best = plane;
       best_value = value;
     }
   }
-  if (!best || best_value < kMinFloorShare * scoring) return std::nullopt;
+  if (!best || best_value < options_.min_share * scoring) return std::nullopt;
   return best;
 }
 
@@ -125,9 +119,11 @@ std::optional<FloorPlane> FloorFinder::refine(const FloorPlane& start) {
       }
       if (scaled.size() < 50) return std::nullopt;
       std::nth_element(scaled.begin(), scaled.begin() + scaled.size() / 2, scaled.end());
-      const float sigma_at_1m = std::max(0.3f, 1.4826f * scaled[scaled.size() / 2]);
+      const float sigma_at_1m =
+          std::max(options_.min_sigma_at_1m_mm, 1.4826f * scaled[scaled.size() / 2]);
       for (const cv::Vec3f& p : sample_) {
-        if (std::abs(plane.height(p)) <= 3.0f * sigma_at_1m * p[2] / 1000.0f + 1.0f) {
+        if (std::abs(plane.height(p)) <=
+            options_.refine_deviations * sigma_at_1m * p[2] / 1000.0f + 1.0f) {
           inliers_.push_back(p);
         }
       }
@@ -139,7 +135,7 @@ std::optional<FloorPlane> FloorFinder::refine(const FloorPlane& start) {
   return plane;
 }
 
-std::optional<FloorPlane> FloorFinder::fit(const std::vector<cv::Vec3f>& inliers) {
+std::optional<FloorPlane> FloorFinder::fit(const std::vector<cv::Vec3f>& inliers) const {
   if (inliers.size() < 50) return std::nullopt;
   Eigen::Vector3d mean = Eigen::Vector3d::Zero();
   for (const cv::Vec3f& p : inliers) mean += Eigen::Vector3d(p[0], p[1], p[2]);
@@ -160,7 +156,7 @@ std::optional<FloorPlane> FloorFinder::fit(const std::vector<cv::Vec3f>& inliers
   plane.normal = cv::Vec3f(static_cast<float>(normal.x()), static_cast<float>(normal.y()),
                            static_cast<float>(normal.z()));
   plane.offset = static_cast<float>(offset);
-  if (-plane.normal[2] < kMaxFloorAngleCos) return std::nullopt;
+  if (-plane.normal[2] < options_.max_angle_cos) return std::nullopt;
   return plane;
 }
 

@@ -6,7 +6,7 @@
 namespace boxdim::precise {
 
 void compute_heights(const cv::Mat& depth, const CameraIntrinsics& k, const FloorPlane& floor,
-                     cv::Mat1f& heights, cv::Mat1b& above) {
+                     float above_mm, float above_per_mm, cv::Mat1f& heights, cv::Mat1b& above) {
   CV_Assert(depth.type() == CV_16UC1);
   heights.create(depth.rows, depth.cols);
   above.create(depth.rows, depth.cols);
@@ -27,7 +27,7 @@ void compute_heights(const cv::Mat& depth, const CameraIntrinsics& k, const Floo
       const float h = zf * (row_part + per_column * static_cast<float>(u)) + offset;
       const bool sampled = zf > 0.0f;
       out[u] = sampled ? h : nan;
-      up[u] = sampled & (h > min_height_above_floor(zf));
+      up[u] = sampled & (h > above_mm + above_per_mm * zf);
     }
   }
 }

@@ -26,14 +26,10 @@ inline cv::Vec3f pixel_point(const cv::Mat& depth, const CameraIntrinsics& k, in
 
 // Each pixel's height above the floor (NaN where the pixel has no depth),
 // and whether it rises above the floor by more than the range noise can
-// explain at its depth: 12 mm plus 5 mm per metre. The buffers are kept
+// explain at its depth z: above_mm + above_per_mm z. The buffers are kept
 // while the frame size stays.
 void compute_heights(const cv::Mat& depth, const CameraIntrinsics& k, const FloorPlane& floor,
-                     cv::Mat1f& heights, cv::Mat1b& above);
-
-// The least height above the floor that counts as something standing on it,
-// at depth z (mm).
-inline float min_height_above_floor(float z) { return 12.0f + 0.005f * z; }
+                     float above_mm, float above_per_mm, cv::Mat1f& heights, cv::Mat1b& above);
 
 // Where a pixel's ray (column, row, at the pixel centre or between pixels)
 // meets the plane at `height` above the floor; nothing when the ray runs

@@ -6,25 +6,14 @@
 #include <cstring>
 
 #include "precise/frame_points.h"
+#include "precise/option_checks.h"
 
 namespace boxdim::precise {
 
 namespace {
 
-constexpr int kMinRegionPixels = 30;
-constexpr int kMinFacePixels = 30;
-constexpr float kHistogramBinMm = 3.0f;
 // A median needs no more values than this to be as good as all of them.
 constexpr int kMaxMedianSamples = 1000;
-constexpr int kHistogramSmoothing = 2;  // bins on either side
-// A lid may bulge or sag by about this much: its top still counts as one.
-constexpr float kLidAllowanceMm = 12.0f;
-// The interquartile range of a top's heights, noise aside, stays under this
-// (a bulging lid spreads them by half its bulge).
-constexpr float kMaxTopSpreadMm = 10.0f;
-
-// Neighbours whose heights differ by more than this lie on different surfaces.
-float surface_jump(float z) { return 25.0f + 0.012f * z; }
 
 // The bounds of pixels given by their index, ascending: the row follows
 // without a division per pixel.
@@ -81,6 +70,24 @@ void scatter_by_key(const int* begin, const int* end, const int* keys, std::vect
 }
 
 }  // namespace
+
+void TopFaceOptions::check() const {
+  check_option("faces.above_mm", above_mm, 0.0f, 1000.0f);
+  check_option("faces.above_per_mm", above_per_mm, 0.0f, 1.0f);
+  check_option("faces.jump_mm", jump_mm, 0.0f, 10000.0f);
+  check_option("faces.jump_per_mm", jump_per_mm, 0.0f, 1.0f);
+  check_option("faces.min_region_pixels", min_region_pixels, 1, 1 << 24);
+  check_option("faces.min_face_pixels", min_face_pixels, 1, 1 << 24);
+  check_option("faces.histogram_bin_mm", histogram_bin_mm, 0.1f, 1000.0f);
+  check_option("faces.histogram_smoothing", histogram_smoothing, 0, 100);
+  check_option("faces.peak_divisor", peak_divisor, 1, 1000);
+  check_option("faces.lid_allowance_mm", lid_allowance_mm, 0.0f, 1000.0f);
+  check_option("faces.band_noise_factor", band_noise_factor, 0.0f, 100.0f);
+  check_option("faces.band_extra_mm", band_extra_mm, 0.0f, 1000.0f);
+  check_option("faces.max_spread_mm", max_spread_mm, 0.0f, 1000.0f);
+  check_option("faces.step_noise_factor", step_noise_factor, 0.0f, 100.0f);
+  check_option("faces.step_extra_mm", step_extra_mm, 0.0f, 1000.0f);
+}
 
 int TopFaceFinder::root(int i) {
   while (parent_[i] != i) {
@@ -219,7 +226,7 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
   face_buffer_.clear();
   order_.clear();
   for (std::size_t r = 0; r < used; ++r) {
-    if (regions_[r].count >= kMinRegionPixels) order_.push_back(static_cast<int>(r));
+    if (regions_[r].count >= options_.min_region_pixels) order_.push_back(static_cast<int>(r));
   }
   std::sort(order_.begin(), order_.end(),
             [&](int a, int b) { return regions_[a].count > regions_[b].count; });
@@ -340,16 +347,16 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
   }
 
   // The heights the region's pixels cluster at: the tops.
-  const int bins = std::min(2000, static_cast<int>((high - low) / kHistogramBinMm) + 1);
+  const int bins = std::min(2000, static_cast<int>((high - low) / options_.histogram_bin_mm) + 1);
   histogram_.assign(bins, 0);
-  const float per_bin = 1.0f / kHistogramBinMm;
+  const float per_bin = 1.0f / options_.histogram_bin_mm;
   for (const int* p = pixels; p != pixels_end; ++p) {
     const int i = *p;
     histogram_[std::min(bins - 1, static_cast<int>((h[i] - low) * per_bin))] += 1;
   }
   smoothed_.assign(bins, 0);
   for (int b = 0; b < bins; ++b) {
-    for (int d = -kHistogramSmoothing; d <= kHistogramSmoothing; ++d) {
+    for (int d = -options_.histogram_smoothing; d <= options_.histogram_smoothing; ++d) {
       if (b + d >= 0 && b + d < bins) smoothed_[b] += histogram_[b + d];
     }
   }
@@ -374,8 +381,10 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
   for (int b = bins - 1; b >= 0; --b) {
     const bool local_max = (b + 1 >= bins || smoothed_[b] >= smoothed_[b + 1]) &&
                            (b == 0 || smoothed_[b] > smoothed_[b - 1]);
-    if (local_max && smoothed_[b] >= std::max(kMinFacePixels, peak / 10) && stands_out(b)) {
-      modes_.push_back(low + (b + 0.5f) * kHistogramBinMm);
+    if (local_max &&
+        smoothed_[b] >= std::max(options_.min_face_pixels, peak / options_.peak_divisor) &&
+        stands_out(b)) {
+      modes_.push_back(low + (b + 0.5f) * options_.histogram_bin_mm);
     }
   }
 
@@ -386,7 +395,8 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
     // The band of this top's height, on the region's pixels not yet taken;
     // each 8-connected piece of it is one top.
     band_(bounds).setTo(0);
-    const float half_band = kLidAllowanceMm + 3.0f * noise + 3.0f;
+    const float half_band =
+        options_.lid_allowance_mm + options_.band_noise_factor * noise + options_.band_extra_mm;
     for (const int* p = pixels; p != pixels_end; ++p) {
       const int i = *p;
       if (labels[i] == region && std::abs(h[i] - mode) <= half_band) band[i] = 255;
@@ -407,7 +417,7 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
     piece_face_.assign(count, -1);
     for (int k = 1; k < count; ++k) {
       const Span piece = pieces_span_[k];
-      if (piece.count < kMinFacePixels) continue;
+      if (piece.count < options_.min_face_pixels) continue;
       const int* first = piece_buffer_.data() + piece.start;
       // A top is flat but for its noise and a lid's bulge; a piece of a side
       // seen at a slant spreads evenly over the whole band.
@@ -422,7 +432,7 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
       const float median = sample[q2];
       std::nth_element(sample.begin(), sample.begin() + q1, sample.begin() + q2);
       std::nth_element(sample.begin() + q2, sample.begin() + q3, sample.end());
-      if (sample[q3] - sample[q1] > kMaxTopSpreadMm + 2.0f * noise) continue;
+      if (sample[q3] - sample[q1] > options_.max_spread_mm + 2.0f * noise) continue;
       // Nor does a top change by more than its noise from pixel to pixel; a
       // strip of a steep side does, and only its ends would lie in a band.
       sample.clear();
@@ -436,7 +446,7 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
         sample.push_back(step);
       }
       std::nth_element(sample.begin(), sample.begin() + q2, sample.end());
-      if (sample[q2] > 3.0f * noise + 2.0f) continue;
+      if (sample[q2] > options_.step_noise_factor * noise + options_.step_extra_mm) continue;
       TopFace face;
       face.region = region;
       face.id = id_base_ + static_cast<int>(faces_.size());

@@ -22,8 +22,44 @@ struct TopFace {
   int id = 0;              // its value in TopFaceFinder::faces(), unique over frames
 };
 
+struct TopFaceOptions {
+  // A pixel stands on the floor when it rises above it by more than the
+  // range noise explains at its depth z: above_mm + above_per_mm z.
+  float above_mm = 12.0f;
+  float above_per_mm = 0.005f;
+  // Neighbours whose heights differ by more than jump_mm + jump_per_mm z
+  // lie on different surfaces.
+  float jump_mm = 25.0f;
+  float jump_per_mm = 0.012f;
+  int min_region_pixels = 30;
+  int min_face_pixels = 30;
+  // The histogram of a region's heights: bin width, and bins on either
+  // side it is smoothed over. A peak counts from a tenth (1 / this) of the
+  // highest.
+  float histogram_bin_mm = 3.0f;
+  int histogram_smoothing = 2;
+  int peak_divisor = 10;
+  // A top's pixels lie within lid_allowance_mm + band_noise_factor noise +
+  // band_extra_mm of its height: a lid may bulge or sag by about the
+  // allowance and still be one top.
+  float lid_allowance_mm = 12.0f;
+  float band_noise_factor = 3.0f;
+  float band_extra_mm = 3.0f;
+  // A top is flat: the interquartile range of its heights stays under
+  // max_spread_mm + 2 noise (a bulging lid spreads them by half its bulge),
+  // and its median step from pixel to pixel under step_noise_factor noise +
+  // step_extra_mm (a strip of a steep side does not).
+  float max_spread_mm = 10.0f;
+  float step_noise_factor = 3.0f;
+  float step_extra_mm = 2.0f;
+
+  void check() const;
+};
+
 class TopFaceFinder {
  public:
+  explicit TopFaceFinder(const TopFaceOptions& options = {}) : options_(options) {}
+
   // The tops in the frame's heights (NaN without depth) where `above` marks
   // the pixels above the floor, largest regions first, at most `max_faces`.
   // The depths (CV_16UC1, continuous) scale the thresholds with the range noise.
@@ -58,6 +94,10 @@ class TopFaceFinder {
     int label = 0;
   };
 
+  // Neighbours whose heights differ by more than this lie on different surfaces.
+  float surface_jump(float z) const { return options_.jump_mm + options_.jump_per_mm * z; }
+
+  TopFaceOptions options_;
   std::vector<int> parent_;
   std::vector<int> above_;  // the pixels above the floor, in order
   cv::Mat1i labels_;

@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -15,9 +18,10 @@
 namespace boxdim::precise {
 namespace {
 
-BoxDetector fixed_seed_detector() {
-  return BoxDetector([] { return std::time_t{1}; });
-}
+// The floor's search seeded the same way in every frame.
+constexpr std::uint64_t kSeed = 1;
+
+BoxDetector fixed_seed_detector() { return BoxDetector(); }
 
 struct StatusCase {
   std::string name;
@@ -63,7 +67,7 @@ TEST_P(DetectorStatusTest, TheBoxUnderTheCentreGetsItsStatusAndOnlyMeasuredOnesC
   const StatusCase& c = GetParam();
   const RenderedScene rendered = render_scene(c.scene);
   BoxDetector detector = fixed_seed_detector();
-  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, c.scene.intrinsics);
+  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, c.scene.intrinsics, kSeed);
   ASSERT_FALSE(fits.empty()) << detector.problem();
   // The fit whose centre is nearest the true top's centre is the main box's.
   cv::Point2f truth_centre(0.0f, 0.0f);
@@ -97,7 +101,7 @@ TEST(BoxDetector, AnEmptyFloorYieldsNoBoxAndSaysWhy) {
   scene.with_box = false;
   scene.noise = {2.0f, 0.3f, 0.01f};
   BoxDetector detector = fixed_seed_detector();
-  EXPECT_TRUE(detector.detect(render_scene(scene).depth, scene.intrinsics).empty());
+  EXPECT_TRUE(detector.detect(render_scene(scene).depth, scene.intrinsics, kSeed).empty());
   EXPECT_TRUE(detector.floor().has_value());
   EXPECT_STREQ(detector.problem(), "nothing stands on the floor");
 }
@@ -111,7 +115,7 @@ TEST(BoxDetector, TheHeightIsTheTopsHighestPointAndASaggingLidDoesNotLowerIt) {
     scene.noise = {1.5f, 0.2f, 0.005f};
     const RenderedScene rendered = render_scene(scene);
     BoxDetector detector = fixed_seed_detector();
-    const std::vector<BoxFit>& fits = detector.detect(rendered.depth, scene.intrinsics);
+    const std::vector<BoxFit>& fits = detector.detect(rendered.depth, scene.intrinsics, kSeed);
     ASSERT_EQ(fits.size(), 1u) << "lid " << lid;
     EXPECT_NEAR(fits[0].height_mm, rendered.truth.dimensions.box_height, 2.0f) << "lid " << lid;
   }
@@ -150,7 +154,7 @@ TEST_P(DetectorSidesTest, SidesSeenAtASlantAreNoBoxes) {
   const SidesCase& c = GetParam();
   const RenderedScene rendered = render_scene(c.scene);
   BoxDetector detector = fixed_seed_detector();
-  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, c.scene.intrinsics);
+  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, c.scene.intrinsics, kSeed);
   EXPECT_EQ(fits.size(), c.detections);
   for (const BoxFit& fit : fits) {
     EXPECT_NE(fit.status, BoxStatus::kIrregular) << fit.reason << " at " << fit.centre_px;
@@ -181,7 +185,7 @@ TEST_P(DetectorFloorTest, TheFloorIsThePlaneTheSceneStandsOn) {
   scene.noise = {1.5f, 0.2f, 0.005f};
   const RenderedScene rendered = render_scene(scene);
   BoxDetector detector = fixed_seed_detector();
-  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, scene.intrinsics);
+  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, scene.intrinsics, kSeed);
   ASSERT_TRUE(detector.floor().has_value());
   // The camera stands camera_height_mm above the floor.
   EXPECT_NEAR(detector.floor()->offset, c.camera_height_mm, 5.0f);
@@ -204,7 +208,8 @@ TEST(BoxDetector, FindsTheFloorAgainWhenTheCameraMoves) {
     SceneParameters scene = standard();
     scene.camera_height_mm = camera_height;
     scene.noise = {1.5f, 0.2f, 0.005f};
-    const std::vector<BoxFit>& fits = detector.detect(render_scene(scene).depth, scene.intrinsics);
+    const std::vector<BoxFit>& fits =
+        detector.detect(render_scene(scene).depth, scene.intrinsics, kSeed);
     ASSERT_TRUE(detector.floor().has_value());
     EXPECT_NEAR(detector.floor()->offset, camera_height, 5.0f);
     ASSERT_EQ(fits.size(), 1u) << camera_height;
@@ -224,9 +229,54 @@ TEST(BoxDetector, ReportsAtMostItsLimitOfDetections) {
   CameraIntrinsics k;
   k.cx = 320.0f;
   k.cy = 240.0f;
-  EXPECT_EQ(detector.detect(depth, k).size(),
+  EXPECT_EQ(detector.detect(depth, k, kSeed).size(),
             static_cast<std::size_t>(BoxDetector::kMaxDetections));
 }
+
+}  // namespace
+}  // namespace boxdim::precise
+
+namespace boxdim::precise {
+namespace {
+
+struct BadOption {
+  const char* name;
+  void (*spoil)(DetectorOptions&);
+};
+
+void PrintTo(const BadOption& c, std::ostream* os) { *os << c.name; }
+
+class DetectorOptionsTest : public ::testing::TestWithParam<BadOption> {};
+
+// Options are checked once, when a detector is made, and a bad one is
+// refused by its name rather than spoiling every frame after.
+TEST_P(DetectorOptionsTest, AnOptionOutOfItsRangeIsRefusedByName) {
+  DetectorOptions options;
+  GetParam().spoil(options);
+  try {
+    BoxDetector detector(options);
+    FAIL() << "accepted";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_NE(std::string(e.what()).find(GetParam().name), std::string::npos) << e.what();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Options, DetectorOptionsTest,
+    ::testing::Values(
+        BadOption{"floor.hypotheses", [](DetectorOptions& o) { o.floor.hypotheses = 0; }},
+        BadOption{"floor.min_share", [](DetectorOptions& o) { o.floor.min_share = 1.5; }},
+        BadOption{"faces.histogram_bin_mm",
+                  [](DetectorOptions& o) { o.faces.histogram_bin_mm = 0.0f; }},
+        BadOption{"faces.jump_mm", [](DetectorOptions& o) { o.faces.jump_mm = NAN; }},
+        BadOption{"outline.refinements", [](DetectorOptions& o) { o.fit.outline.refinements = 0; }},
+        BadOption{"height.min_pixels", [](DetectorOptions& o) { o.fit.height.min_pixels = 1; }},
+        BadOption{"grading.min_fill", [](DetectorOptions& o) { o.fit.grading.min_fill = -0.1f; }}),
+    [](const auto& info) {
+      std::string name = info.param.name;
+      std::replace(name.begin(), name.end(), '.', '_');
+      return name;
+    });
 
 }  // namespace
 }  // namespace boxdim::precise

@@ -1,0 +1,473 @@
+#include "precise/box_outline.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <opencv2/imgproc.hpp>
+
+#include "precise/binary_morphology.h"
+#include "precise/min_area_rectangle.h"
+#include "precise/option_checks.h"
+
+namespace boxdim::precise {
+
+namespace {
+
+// A median needs no more values than this to be as good as all of them.
+constexpr std::size_t kMaxMedianSamples = 1000;
+
+// Calls visit(u, v) for each set pixel of a mask, row by row: cv::findNonZero
+// without its list, passing runs of clear pixels eight at a time.
+template <typename Visit>
+void for_each_set_pixel(const cv::Mat1b& mask, Visit visit) {
+  for (int v = 0; v < mask.rows; ++v) {
+    const std::uint8_t* row = mask[v];
+    for (int u = 0; u < mask.cols; ++u) {
+      std::uint64_t eight = 0;
+      while (u + 8 <= mask.cols && (std::memcpy(&eight, row + u, 8), eight == 0)) u += 8;
+      if (u < mask.cols && row[u]) visit(u, v);
+    }
+  }
+}
+
+// Where row y crosses a convex polygon: the columns from x0 to x1.
+bool convex_span(const std::array<cv::Point2f, 4>& polygon, float y, float& x0, float& x1) {
+  bool crossed = false;
+  for (int i = 0; i < 4; ++i) {
+    const cv::Point2f& a = polygon[i];
+    const cv::Point2f& b = polygon[(i + 1) % 4];
+    if ((y < a.y && y < b.y) || (y > a.y && y > b.y)) continue;
+    const float x = a.y == b.y ? std::min(a.x, b.x) : a.x + (y - a.y) * (b.x - a.x) / (b.y - a.y);
+    const float x_end = a.y == b.y ? std::max(a.x, b.x) : x;
+    x0 = crossed ? std::min(x0, x) : x;
+    x1 = crossed ? std::max(x1, x_end) : x_end;
+    crossed = true;
+  }
+  return crossed;
+}
+
+// Calls visit(u, v) for each pixel of a `size` image whose centre lies in the
+// convex `outer` polygon but not in `inner`, row by row.
+template <typename Visit>
+void for_each_ring_pixel(const std::array<cv::Point2f, 4>& outer,
+                         const std::array<cv::Point2f, 4>& inner, cv::Size size, Visit visit) {
+  for (int v = 0; v < size.height; ++v) {
+    float x0, x1, hole0, hole1;
+    if (!convex_span(outer, static_cast<float>(v), x0, x1)) continue;
+    const int u0 = std::max(0, static_cast<int>(std::ceil(x0)));
+    const int u1 = std::min(size.width - 1, static_cast<int>(std::floor(x1)));
+    int skip0 = u1 + 1;
+    int skip1 = u1;
+    if (convex_span(inner, static_cast<float>(v), hole0, hole1)) {
+      skip0 = static_cast<int>(std::ceil(hole0));
+      skip1 = static_cast<int>(std::floor(hole1));
+    }
+    for (int u = u0; u <= u1; ++u) {
+      if (u >= skip0 && u <= skip1) {
+        u = skip1;
+        continue;
+      }
+      visit(u, v);
+    }
+  }
+}
+
+struct Line {
+  float a = 0.0f, b = 0.0f;  // y = a + b x
+  float rms = 0.0f;
+  int n = 0;
+};
+
+// Least squares, then again without the points beyond 2.5 rms.
+std::optional<Line> fit_line(const std::vector<cv::Point2f>& xy) {
+  const auto solve = [](const std::vector<cv::Point2f>& points, const Line* trim) {
+    double sx = 0, sy = 0, sxx = 0, sxy = 0;
+    int n = 0;
+    for (const cv::Point2f& p : points) {
+      if (trim && std::abs(p.y - trim->a - trim->b * p.x) > 2.5f * trim->rms + 1e-3f) continue;
+      sx += p.x;
+      sy += p.y;
+      sxx += double(p.x) * p.x;
+      sxy += double(p.x) * p.y;
+      ++n;
+    }
+    std::optional<Line> line;
+    const double det = n * sxx - sx * sx;
+    if (n < 2 || std::abs(det) < 1e-9) return line;
+    Line l;
+    l.b = static_cast<float>((n * sxy - sx * sy) / det);
+    l.a = static_cast<float>((sy - l.b * sx) / n);
+    l.n = n;
+    double rss = 0.0;
+    for (const cv::Point2f& p : points) {
+      if (trim && std::abs(p.y - trim->a - trim->b * p.x) > 2.5f * trim->rms + 1e-3f) continue;
+      rss += std::pow(p.y - l.a - l.b * p.x, 2);
+    }
+    l.rms = static_cast<float>(std::sqrt(rss / n));
+    line = l;
+    return line;
+  };
+  const std::optional<Line> first = solve(xy, nullptr);
+  if (!first) return first;
+  const std::optional<Line> second = solve(xy, &*first);
+  return second ? second : first;
+}
+
+}  // namespace
+
+void OutlineOptions::check() const {
+  check_option("outline.refinements", refinements, 1, 100);
+  check_option("outline.band_mm", band_mm, 0.1f, 1000.0f);
+  check_option("outline.band_pixels", band_pixels, 0.5f, 100.0f);
+  check_option("outline.band_noise_factor", band_noise_factor, 0.0f, 100.0f);
+  check_option("outline.on_mm", on_mm, 0.0f, 1000.0f);
+  check_option("outline.on_noise_factor", on_noise_factor, 0.0f, 100.0f);
+  check_option("outline.side_reach", side_reach, 0.1f, 1.0f);
+  check_option("outline.stretch_pixels", stretch_pixels, 1.0f, 1000.0f);
+  check_option("outline.steps_per_pixel", steps_per_pixel, 1, 1024);
+  check_option("outline.min_side_points", min_side_points, 1, 1 << 20);
+  check_option("outline.side_pull_pixels", side_pull_pixels, 0.0f, 100.0f);
+}
+
+std::optional<float> EdgeCounts::edge() const {
+  int on_total = 0;
+  int off_total = 0;
+  for (int k = 0; k < steps_; ++k) {
+    off_total += counts_[2 * k];
+    on_total += counts_[2 * k + 1];
+  }
+  if (on_total < 2 || off_total < 1) return std::nullopt;
+  // Threshold before step k: on samples from k on and off ones before k err.
+  int cost = on_total;
+  int best = cost;
+  double sum = 0.0;
+  int count = 1;
+  for (int k = 0; k < steps_; ++k) {
+    cost += counts_[2 * k] - counts_[2 * k + 1];
+    const double position = k + 1.0;
+    if (cost < best) {
+      best = cost;
+      sum = position;
+      count = 1;
+    } else if (cost == best) {
+      sum += position;
+      ++count;
+    }
+  }
+  return static_cast<float>(low_ + step_ * (sum / count));
+}
+
+TopPlane plane_at(const FloorPlane& floor, float height) {
+  TopPlane b;
+  b.n = floor.normal;
+  cv::Vec3f x(1.0f, 0.0f, 0.0f);
+  b.e1 = cv::normalize(x - x.dot(b.n) * b.n);
+  b.e2 = b.n.cross(b.e1);
+  b.lift = height - floor.offset;
+  return b;
+}
+
+std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& face, float depth,
+                                      const OutlineOptions& options, FitBuffers& buffers,
+                                      const char*& reason) {
+  const cv::Mat1f& heights = frame.heights;
+  const int width = heights.cols;
+  const CameraIntrinsics& k = frame.intrinsics;
+  const float pixel_mm = depth / k.fx;
+  const float noise = face.noise_mm;
+  const float on_tolerance = std::max(options.on_mm, options.on_noise_factor * noise);
+  const float least_band = std::max(options.band_mm, options.band_pixels * pixel_mm);
+  const float band_mm = least_band + options.band_noise_factor * noise;
+
+  // The region around the top, the top's pixels in it, holes closed.
+  const int margin = static_cast<int>(std::ceil(band_mm / pixel_mm)) + 3;
+  const cv::Rect roi =
+      (face.bounds + cv::Size(2 * margin, 2 * margin) - cv::Point(margin, margin)) &
+      cv::Rect(0, 0, width, heights.rows);
+  cv::Mat1b face_mask = view_of_size(buffers.face, roi.size());
+  cv::compare(frame.faces(roi), face.id, face_mask, cv::CMP_EQ);
+  close_square(face_mask, face_mask, 1, buffers.morphology);
+
+  // The rim: a ring a few pixels inside the outline, whose height the edges
+  // are found at (a lid's bulge or sag leaves it alone).
+  cv::Mat1b rim_mask = view_of_size(buffers.rim, roi.size());
+  cv::Mat1b inner5 = view_of_size(buffers.inner, roi.size());
+  erode_square(face_mask, rim_mask, 2, buffers.morphology);
+  erode_square(rim_mask, inner5, 3, buffers.morphology);
+  cv::subtract(rim_mask, inner5, rim_mask);
+  std::vector<float>& values = buffers.values;
+  values.clear();
+  for_each_set_pixel(rim_mask, [&](int u, int v) {
+    const float h = heights(v + roi.y, u + roi.x);
+    if (!std::isnan(h)) values.push_back(h);
+  });
+  if (values.size() < 10) {
+    for (std::size_t n = 0; n < face.pixel_count; ++n) {
+      const int i = face.pixels[n];
+      values.push_back(heights(i / width, i % width));
+    }
+  }
+  std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+  TopOutline outline;
+  const float rim = values[values.size() / 2];
+  outline.rim_mm = rim;
+  outline.pixel_mm = pixel_mm;
+  outline.plane = plane_at(frame.floor, rim);
+  const TopPlane& basis = outline.plane;
+
+  const auto on_plane = [&](float u, float v, cv::Point2f& q) {
+    return outline.on_plane(u, v, frame, q);
+  };
+
+  // A first rectangle around the top's outline. Its hull is all that counts,
+  // and every corner of the hull is a row's first or last pixel on the top;
+  // the view onto the plane keeps straight lines straight.
+  buffers.outline.clear();
+  for (int v = 0; v < face_mask.rows; ++v) {
+    const std::uint8_t* row = face_mask[v];
+    int first = 0;
+    while (first < face_mask.cols && !row[first]) ++first;
+    if (first == face_mask.cols) continue;
+    int last = face_mask.cols - 1;
+    while (!row[last]) --last;
+    for (const int u : {first, last}) {
+      cv::Point2f q;
+      if (on_plane(float(u + roi.x), float(v + roi.y), q)) buffers.outline.push_back(q);
+    }
+  }
+  const std::optional<AreaRectangle> first =
+      buffers.outline.size() < 6  // three rows
+          ? std::nullopt
+          : min_area_rectangle(buffers.outline, buffers.sorted, buffers.hull);
+  if (!first) {
+    reason = "too few pixels on the top";
+    return std::nullopt;
+  }
+  PlaneRectangle rect;
+  rect.centre = first->centre;
+  rect.angle = first->angle;
+  rect.half[0] = first->half[0];
+  rect.half[1] = first->half[1];
+
+  // The pixels that can matter for the edges: a ring around the first
+  // rectangle's outline in the image, wider than the band the edges are
+  // sought in, for the rectangle still moves a little.
+  // The rectangle grown and shrunk on its plane, filled in the image: the
+  // one minus the other.
+  const float ring_mm = band_mm + 3.0f * pixel_mm;
+  // Corners behind the camera or beyond any image (a wild fit on a hostile
+  // frame) leave nothing to fill.
+  const float reach = 4.0f * static_cast<float>(std::max(width, heights.rows));
+  const auto outline_in_image = [&](float grow) -> std::optional<std::array<cv::Point2f, 4>> {
+    PlaneRectangle grown = rect;
+    grown.half[0] = std::max(0.0f, rect.half[0] + grow);
+    grown.half[1] = std::max(0.0f, rect.half[1] + grow);
+    std::array<cv::Point2f, 4> polygon;
+    for (int i = 0; i < 4; ++i) {
+      const cv::Vec3f p = basis.point(grown.corner(i));
+      if (!(p[2] > 1.0f)) return std::nullopt;
+      const cv::Point2f px = point_to_pixel(cv::Point3f(p[0], p[1], p[2]), k);
+      if (!(std::abs(px.x) < reach && std::abs(px.y) < reach)) return std::nullopt;
+      polygon[i] = px - cv::Point2f(static_cast<float>(roi.x), static_cast<float>(roi.y));
+    }
+    return polygon;
+  };
+  const auto outer = outline_in_image(ring_mm);
+  const auto inner = outline_in_image(-ring_mm);
+  if (!outer || !inner) {
+    reason = "the top's outline does not lie in front of the camera";
+    return std::nullopt;
+  }
+  auto& ring = buffers.ring;
+  ring.clear();
+  const auto same_region = [&](int v, int u) {
+    if (!frame.above(v, u)) return false;
+    const int label = frame.regions(v, u);
+    return label == face.region || label == -2 - face.region;
+  };
+  for_each_ring_pixel(*outer, *inner, roi.size(), [&](int u, int v) {
+    FitBuffers::RingPixel r;
+    if (!on_plane(float(u + roi.x), float(v + roi.y), r.q)) return;
+    r.h = heights(v + roi.y, u + roi.x);
+    r.on = face_mask(v, u) && r.h >= rim - on_tolerance;
+    // A point of a side, straight below the edge when the side is in view:
+    // upright sides put it on the floor's plane where the edge is.
+    r.below_valid = !std::isnan(r.h) && !r.on && r.h < rim - 1.2f * on_tolerance &&
+                    r.h > 0.1f * rim && same_region(v + roi.y, u + roi.x);
+    if (r.below_valid) r.below = basis.in_plane(pixel_point(frame.depth, k, v + roi.y, u + roi.x));
+    ring.push_back(r);
+  });
+
+  float edge_rms = 0.0f;
+  double missing_share = 0.0;
+  for (int pass = 0; pass < options.refinements; ++pass) {
+    const bool last = pass + 1 == options.refinements;
+    // The first rectangle may be off by a few pixels; later ones are close,
+    // and a narrow band is all the step needs.
+    const float step_band = pass == 0 ? band_mm : least_band;
+    const float resolution = pixel_mm / static_cast<float>(options.steps_per_pixel);
+    const int steps = static_cast<int>(std::ceil(2.0f * step_band / resolution));
+    int bins[4];
+    float side_reach[4];
+    for (int side = 0; side < 4; ++side) {
+      FitBuffers::Side& b = buffers.sides[side];
+      b.below.clear();
+      b.near = 0;
+      b.missing_near = 0;
+      side_reach[side] = options.side_reach * rect.half_length(side);
+      bins[side] = std::clamp(
+          static_cast<int>(2.0f * side_reach[side] / (options.stretch_pixels * pixel_mm)), 3,
+          FitBuffers::kMaxBins);
+      b.across.reset(-step_band, resolution, steps);
+      for (int bin = 0; bin < bins[side]; ++bin) b.along[bin].reset(-step_band, resolution, steps);
+    }
+    // Each ring pixel in the rectangle's frame, handed to the side whose band
+    // it lies in (the bands stop short of the corners).
+    const cv::Point2f axis = rect.axis();
+    const cv::Point2f across = rect.across();
+    for (const FitBuffers::RingPixel& r : ring) {
+      const cv::Point2f d = r.q - rect.centre;
+      const float x = d.dot(axis);
+      const float y = d.dot(across);
+      // Side k: s outward from its line, t along it.
+      const float sx = std::abs(x) - rect.half[0];
+      const float sy = std::abs(y) - rect.half[1];
+      int side = -1;
+      float s = 0.0f, t = 0.0f;
+      if (std::abs(sx) <= band_mm && std::abs(y) <= options.side_reach * rect.half[1]) {
+        side = x > 0 ? 0 : 2;
+        s = sx;
+        t = x > 0 ? y : -y;
+      } else if (std::abs(sy) <= band_mm && std::abs(x) <= options.side_reach * rect.half[0]) {
+        side = y > 0 ? 1 : 3;
+        s = sy;
+        t = y > 0 ? -x : x;
+      }
+      if (side < 0) continue;
+      FitBuffers::Side& b = buffers.sides[side];
+      if (s > 0.0f && s < 2.0f * pixel_mm) {
+        ++b.near;
+        // Beyond the edge: no depth, or something standing higher.
+        if (std::isnan(r.h) || r.h > rim + on_tolerance) ++b.missing_near;
+      }
+      if (std::isnan(r.h)) continue;
+      if (r.below_valid) b.below.push_back(r.below);
+      if (std::abs(s) > step_band) continue;
+      b.across.add(s, r.on);
+      const int bin = std::clamp(
+          static_cast<int>((t + side_reach[side]) / (2.0f * side_reach[side]) * bins[side]), 0,
+          bins[side] - 1);
+      b.along[bin].add(s, r.on);
+    }
+
+    float shift[4] = {0, 0, 0, 0};
+    double rotation_sum = 0.0;
+    int rotation_weight = 0;
+    double squared_residuals = 0.0;
+    int residual_count = 0;
+    missing_share = 0.0;
+    for (int side = 0; side < 4; ++side) {
+      FitBuffers::Side& b = buffers.sides[side];
+      const cv::Point2f normal = rect.normal(side);
+      const cv::Point2f tangent = rect.tangent(side);
+      const float offset = rect.offset(side);
+      missing_share = std::max(missing_share, b.near > 0 ? double(b.missing_near) / b.near : 0.0);
+
+      // The edge across the side from all its samples, and bin by bin along
+      // it for the edge's course.
+      const std::optional<float> step = b.across.edge();
+      float edge = step.value_or(0.0f);
+      auto& course = buffers.course;  // (t, edge s)
+      course.clear();
+      for (int bin = 0; bin < bins[side]; ++bin) {
+        if (const auto at = b.along[bin].edge()) {
+          course.emplace_back(
+              -side_reach[side] + (bin + 0.5f) * 2.0f * side_reach[side] / bins[side], *at);
+        }
+      }
+      std::optional<Line> course_line;
+      if (course.size() >= 3) course_line = fit_line(course);
+      // Where a side is in view, the edge is above its points: pixels just
+      // off the top's edge on that side see the side, close in height, and
+      // would pull the step outwards. The side's face is in view when the
+      // camera stands outside its plane.
+      const cv::Vec3f normal_3d = normal.x * basis.e1 + normal.y * basis.e2;
+      const bool side_in_view =
+          basis.point(rect.centre + normal * rect.half[side % 2]).dot(normal_3d) < 0.0f;
+      if (step && side_in_view) {
+        std::vector<float>& upright = buffers.values;
+        upright.clear();
+        const std::size_t every = b.below.size() / kMaxMedianSamples + 1;
+        for (std::size_t n = 0; n < b.below.size(); n += every) {
+          const cv::Point2f& below = b.below[n];
+          if (std::abs(below.dot(tangent) - rect.centre.dot(tangent)) <= side_reach[side]) {
+            upright.push_back(below.dot(normal) - offset);
+          }
+        }
+        if (upright.size() >= static_cast<std::size_t>(options.min_side_points)) {
+          std::nth_element(upright.begin(), upright.begin() + upright.size() / 2, upright.end());
+          const float middle = upright[upright.size() / 2];
+          if (std::abs(middle - edge) < options.side_pull_pixels * pixel_mm) edge = middle;
+        }
+      }
+      shift[side] = edge;
+      if (course_line) {
+        rotation_sum += -std::atan(course_line->b) * course.size();
+        rotation_weight += static_cast<int>(course.size());
+        for (const cv::Point2f& c : course) {
+          squared_residuals += std::pow(c.y - course_line->a - course_line->b * c.x, 2);
+          ++residual_count;
+        }
+      }
+    }
+    // Opposite sides move the centre by half their difference, the size by
+    // half their sum.
+    rect.centre +=
+        0.5f * (shift[0] - shift[2]) * rect.axis() + 0.5f * (shift[1] - shift[3]) * rect.across();
+    rect.half[0] += 0.5f * (shift[0] + shift[2]);
+    rect.half[1] += 0.5f * (shift[1] + shift[3]);
+    // Every side's normal turns with the rectangle, so all of them measure
+    // the same turn.
+    if (!last && rotation_weight > 0)
+      rect.angle += static_cast<float>(rotation_sum / rotation_weight);
+    // From now on the rectangle moves by little: only the ring pixels near
+    // its outline can still matter.
+    if (pass == 0) {
+      const float keep = least_band + 2.0f * pixel_mm;
+      const cv::Point2f a = rect.axis();
+      const cv::Point2f c = rect.across();
+      ring.erase(std::remove_if(ring.begin(), ring.end(),
+                                [&](const FitBuffers::RingPixel& r) {
+                                  if (r.below_valid) return false;
+                                  const cv::Point2f d = r.q - rect.centre;
+                                  const float sx = std::abs(std::abs(d.dot(a)) - rect.half[0]);
+                                  const float sy = std::abs(std::abs(d.dot(c)) - rect.half[1]);
+                                  return std::min(sx, sy) > keep;
+                                }),
+                 ring.end());
+    }
+    edge_rms = residual_count > 0
+                   ? static_cast<float>(std::sqrt(squared_residuals / residual_count))
+                   : 0.0f;
+  }
+
+  // Corners, in the image too.
+  for (int i = 0; i < 4; ++i) {
+    const cv::Vec3f p = basis.point(rect.corner(i));
+    outline.corners_mm[i] = cv::Point3f(p[0], p[1], p[2]);
+    outline.corners_px[i] = point_to_pixel(outline.corners_mm[i], k);
+    if (!(p[2] > 1.0f && std::abs(outline.corners_px[i].x) < reach &&
+          std::abs(outline.corners_px[i].y) < reach)) {
+      reason = "the top's outline does not lie in front of the camera";
+      return std::nullopt;
+    }
+  }
+  outline.rectangle = rect;
+  outline.edge_rms = edge_rms;
+  outline.missing_share = missing_share;
+  outline.face_pixels = cv::countNonZero(face_mask);
+  return outline;
+}
+
+}  // namespace boxdim::precise

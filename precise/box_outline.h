@@ -1,0 +1,184 @@
+// A box's outline from its top: the rectangle on the top's plane whose sides
+// run along its edges. A first rectangle around the top's pixels, then each
+// side placed between pixels from everything a band across it shows: the
+// top's pixels and what lies beyond them, a side of the box in view.
+#pragma once
+
+#include <array>
+#include <cmath>
+#include <opencv2/core.hpp>
+#include <optional>
+#include <vector>
+
+#include "core/camera_intrinsics.h"
+#include "core/geometry.h"
+#include "precise/frame_points.h"
+#include "precise/top_faces.h"
+
+namespace boxdim::precise {
+
+// What the stages of a fit read of the frame.
+struct FrameView {
+  const cv::Mat1f& heights;  // above the floor, NaN without depth
+  const cv::Mat& depth;      // CV_16UC1, mm
+  const cv::Mat1b& above;    // pixels above the floor
+  const cv::Mat1i& regions;  // as TopFaceFinder::regions(), where above
+  const cv::Mat1i& faces;    // as TopFaceFinder::faces()
+  const CameraIntrinsics& intrinsics;
+  const FloorPlane& floor;
+};
+
+// A plane parallel to the floor: in-plane coordinates x = p . e1, y = p . e2.
+struct TopPlane {
+  cv::Vec3f e1, e2, n;
+  float lift = 0.0f;  // n-coordinate of the plane: height - floor offset
+
+  cv::Point2f in_plane(const cv::Vec3f& p) const { return {p.dot(e1), p.dot(e2)}; }
+  cv::Vec3f point(const cv::Point2f& q) const { return q.x * e1 + q.y * e2 + lift * n; }
+};
+
+TopPlane plane_at(const FloorPlane& floor, float height);
+
+// A rectangle on the plane: centre, the direction of its first axis, and half
+// its extent along that axis and the one across.
+struct PlaneRectangle {
+  cv::Point2f centre;
+  float angle = 0.0f;
+  float half[2] = {0.0f, 0.0f};
+
+  cv::Point2f axis() const { return {std::cos(angle), std::sin(angle)}; }
+  cv::Point2f across() const { return {-std::sin(angle), std::cos(angle)}; }
+  // Side k's outward normal: +axis, +across, -axis, -across.
+  cv::Point2f normal(int k) const {
+    const cv::Point2f n = k % 2 == 0 ? axis() : across();
+    return k < 2 ? n : -n;
+  }
+  cv::Point2f tangent(int k) const {
+    const cv::Point2f n = normal(k);
+    return {-n.y, n.x};
+  }
+  float offset(int k) const { return centre.dot(normal(k)) + half[k % 2]; }
+  float half_length(int k) const { return half[(k + 1) % 2]; }
+  cv::Point2f corner(int i) const {
+    const float sa = (i == 0 || i == 3) ? -1.0f : 1.0f;
+    const float sb = (i < 2) ? -1.0f : 1.0f;
+    return centre + sa * half[0] * axis() + sb * half[1] * across();
+  }
+};
+
+struct OutlineOptions {
+  // Rounds of placing the sides and turning the rectangle.
+  int refinements = 3;
+  // Half the band across a side that its edge is sought in, mm: at least
+  // band_mm or band_pixels pixels, plus band_noise_factor noise.
+  float band_mm = 8.0f;
+  float band_pixels = 3.0f;
+  float band_noise_factor = 2.0f;
+  // A pixel is on the top when within on_mm (at least) or on_noise_factor
+  // noise below its rim.
+  float on_mm = 3.0f;
+  float on_noise_factor = 2.5f;
+  // Each side's band stops this share of its half length short of the
+  // corners; the edge's course is followed in stretches of about
+  // stretch_pixels pixels, at most FitBuffers::kMaxBins.
+  float side_reach = 0.8f;
+  float stretch_pixels = 6.0f;
+  // Edges are placed to this share of a pixel.
+  int steps_per_pixel = 16;
+  // A visible side places its edge from at least this many points below
+  // it, when they put it within side_pull_pixels of the step.
+  int min_side_points = 6;
+  float side_pull_pixels = 3.0f;
+
+  void check() const;
+};
+
+// Positions across an edge, counted on and off the top in fine steps: the
+// edge is where a threshold misclassifies the fewest, the middle of the
+// thresholds that tie (the gap between the last pixel on the top and the
+// first one off it).
+class EdgeCounts {
+ public:
+  void reset(float low, float step, int steps) {
+    low_ = low;
+    step_ = step;
+    per_step_ = 1.0f / step;
+    steps_ = steps;
+    counts_.assign(2 * steps, 0);
+  }
+  void add(float s, bool on) {
+    const int k = static_cast<int>((s - low_) * per_step_);
+    if (k < 0 || k >= steps_) return;
+    counts_[2 * k + on] += 1;
+  }
+  std::optional<float> edge() const;
+
+ private:
+  float low_ = 0.0f;
+  float step_ = 1.0f;
+  float per_step_ = 1.0f;
+  int steps_ = 0;
+  std::vector<int> counts_;  // per step: off, on
+};
+
+// Buffers an outline reuses from box to box and frame to frame.
+struct FitBuffers {
+  // Canvases of the largest region so far; a fit uses views of its own size.
+  cv::Mat1b face, rim, inner, morphology;
+  std::vector<cv::Point2f> sorted, hull;  // for the first rectangle
+  // A pixel near the outline: its ray on the top's plane (in-plane mm), its
+  // height, whether it is on the top, and where it stands on the plane when
+  // it may be a point of a side.
+  struct RingPixel {
+    cv::Point2f q;
+    float h = 0.0f;
+    bool on = false;
+    bool below_valid = false;
+    cv::Point2f below;
+  };
+  std::vector<RingPixel> ring;
+  static constexpr int kMaxBins = 12;
+  struct Side {
+    EdgeCounts across;           // the whole side
+    EdgeCounts along[kMaxBins];  // stretch by stretch
+    std::vector<cv::Point2f> below;
+    int near = 0;
+    int missing_near = 0;
+  };
+  Side sides[4];
+  std::vector<cv::Point2f> outline;
+  std::vector<cv::Point2f> course;
+  std::vector<float> values;
+};
+
+// The outline of one top and what its fit says of the top.
+struct TopOutline {
+  TopPlane plane;  // at the rim's height
+  PlaneRectangle rectangle;
+  float rim_mm = 0.0f;    // the height the edges are found at
+  float pixel_mm = 0.0f;  // a pixel's size at the top
+  // The rms of the edges' course about straight lines (mm), and the largest
+  // share of a side whose beyond is missing or higher.
+  float edge_rms = 0.0f;
+  double missing_share = 0.0;
+  // The top's pixels (holes closed) in its region of interest.
+  int face_pixels = 0;
+  std::array<cv::Point3f, 4> corners_mm{};
+  std::array<cv::Point2f, 4> corners_px{};
+
+  // Where the ray of a pixel (column, row) meets the top's plane.
+  bool on_plane(float u, float v, const FrameView& frame, cv::Point2f& q) const {
+    cv::Vec3f p;
+    if (!ray_at_height(u, v, frame.intrinsics, frame.floor, rim_mm, p)) return false;
+    q = plane.in_plane(p);
+    return true;
+  }
+};
+
+// The outline of `face`, whose pixels lie `depth_mm` from the camera (their
+// median); nothing, with `reason` set, when it has none.
+std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& face, float depth_mm,
+                                      const OutlineOptions& options, FitBuffers& buffers,
+                                      const char*& reason);
+
+}  // namespace boxdim::precise
