@@ -12,7 +12,7 @@ void GradingOptions::check() const {
   check_option("grading.min_side_mm", min_side_mm, 0.0f, 100000.0f);
   check_option("grading.min_fill", min_fill, 0.0f, 1.0f);
   check_option("grading.max_top_slope", max_top_slope, 0.0f, 10.0f);
-  check_option("grading.max_missing_share", max_missing_share, 0.0, 1.0);
+  check_option("grading.max_top_rise_mm", max_top_rise_mm, 0.0f, 1000.0f);
   check_option("grading.max_edge_rms_mm", max_edge_rms_mm, 0.0f, 1000.0f);
   check_option("grading.max_edge_rms_pixels", max_edge_rms_pixels, 0.0f, 100.0f);
   check_option("grading.surface_noise_factor", surface_noise_factor, 0.0f, 100.0f);
@@ -24,12 +24,7 @@ Grade grade_box(const TopFace& face, const TopOutline& outline, const TopSurface
                 float width_mm, cv::Size image, const GradingOptions& options) {
   Grade grade;
   const float pixel_mm = outline.pixel_mm;
-  // The share of the rectangle's pixels in the image that the top covers
-  // (holes closed).
-  const double rectangle_pixels = cv::contourArea(
-      std::vector<cv::Point2f>(outline.corners_px.begin(), outline.corners_px.end()));
-  const float fill =
-      static_cast<float>(std::min(1.0, outline.face_pixels / std::max(1.0, rectangle_pixels)));
+  const float fill = outline.fill;
   grade.confidence =
       fill *
       std::exp(-0.5f *
@@ -38,13 +33,15 @@ Grade grade_box(const TopFace& face, const TopOutline& outline, const TopSurface
                          face.bounds.br().x >= image.width || face.bounds.br().y >= image.height;
   const float max_edge_rms =
       std::max(options.max_edge_rms_mm, options.max_edge_rms_pixels * pixel_mm);
+  const float max_slope =
+      std::max(options.max_top_slope, options.max_top_rise_mm / std::max(1.0f, 0.5f * width_mm));
   if (at_border) {
     grade.status = BoxStatus::kPartial;
     grade.reason = "cut by the frame's border";
-  } else if (outline.missing_share > options.max_missing_share) {
+  } else if (outline.hidden) {
     grade.status = BoxStatus::kPartial;
     grade.reason = "cut by missing data or by something in front";
-  } else if (fill < options.min_fill || surface.slope > options.max_top_slope ||
+  } else if (fill < options.min_fill || surface.slope > max_slope ||
              outline.edge_rms > max_edge_rms ||
              surface.rms >
                  options.surface_noise_factor * face.noise_mm + options.surface_extra_mm) {

@@ -16,18 +16,20 @@ struct GradingOptions {
   float min_side_mm = 48.0f;
   // Below this share of its rectangle covered, a top is not one rectangle.
   float min_fill = 0.88f;
-  // A top that slopes more than this against the floor does not lie on it.
+  // A top that slopes more than this against the floor does not lie on it,
+  // unless it rises by no more than max_top_rise_mm across its half width
+  // (one flap over the other tilts a small top's plane that much).
   float max_top_slope = 0.05f;
-  // A side with more than this share of its beyond missing or higher is cut.
-  double max_missing_share = 0.4;
+  float max_top_rise_mm = 6.0f;
   // Edges whose course strays more than this (mm, or pixel sizes if more)
   // from straight lines, or a top whose heights stray more than
   // surface_noise_factor noise + surface_extra_mm from its surface, are no
-  // flat rectangle.
+  // box's top. A carton's lid strays a few millimetres: flaps one over the
+  // other, uneven board.
   float max_edge_rms_mm = 4.0f;
   float max_edge_rms_pixels = 1.5f;
   float surface_noise_factor = 3.0f;
-  float surface_extra_mm = 2.0f;
+  float surface_extra_mm = 8.0f;
   // The confidence halves (roughly) when the edges stray this many pixel sizes.
   float confidence_edge_pixels = 1.5f;
 

@@ -114,6 +114,52 @@ std::optional<Line> fit_line(const std::vector<cv::Point2f>& xy) {
   return second ? second : first;
 }
 
+// Where the most of the values lie within `window` of each other: the
+// median of those, and how many they are. An upright side's points all
+// stand where the side is; others (the floor of a notch, the inside seen
+// through a crack, a mixed pixel) spread.
+float densest_middle(std::vector<float>& values, float window, std::size_t& count) {
+  std::sort(values.begin(), values.end());
+  std::size_t best_first = 0;
+  std::size_t best_count = 0;
+  std::size_t last = 0;
+  for (std::size_t first = 0; first < values.size(); ++first) {
+    last = std::max(last, first);
+    while (last + 1 < values.size() && values[last + 1] - values[first] <= window) ++last;
+    if (last - first + 1 > best_count) {
+      best_count = last - first + 1;
+      best_first = first;
+    }
+  }
+  count = best_count;
+  return values[best_first + best_count / 2];
+}
+
+// The share of the pixels inside the outline (every other row and column)
+// that can be the box's top: all but those that read the floor or something
+// well below the top (under half its height), or something standing
+// `higher` above the rim. Pixels without depth, a crack's inside, a notch's
+// floor, a lid's bulge may be the box's.
+float coverage(const FrameView& frame, const std::array<cv::Point2f, 4>& corners, float rim,
+               float higher) {
+  const cv::Mat1f& heights = frame.heights;
+  int inside = 0;
+  int other = 0;
+  for (int v = 0; v < heights.rows; v += 2) {
+    float x0, x1;
+    if (!convex_span(corners, static_cast<float>(v), x0, x1)) continue;
+    const int u0 = std::max(0, static_cast<int>(std::ceil(x0)));
+    const int u1 = std::min(heights.cols - 1, static_cast<int>(std::floor(x1)));
+    const float* row = heights[v];
+    for (int u = u0 + (u0 % 2); u <= u1; u += 2) {
+      ++inside;
+      const float h = row[u];
+      other += !std::isnan(h) && (h < 0.5f * rim || h > rim + higher);
+    }
+  }
+  return inside == 0 ? 0.0f : 1.0f - static_cast<float>(other) / static_cast<float>(inside);
+}
+
 }  // namespace
 
 void OutlineOptions::check() const {
@@ -127,7 +173,15 @@ void OutlineOptions::check() const {
   check_option("outline.stretch_pixels", stretch_pixels, 1.0f, 1000.0f);
   check_option("outline.steps_per_pixel", steps_per_pixel, 1, 1024);
   check_option("outline.min_side_points", min_side_points, 1, 1 << 20);
-  check_option("outline.side_pull_pixels", side_pull_pixels, 0.0f, 100.0f);
+  check_option("outline.side_window_pixels", side_window_pixels, 0.1f, 100.0f);
+  check_option("outline.beyond_pixels", beyond_pixels, 0.0f, 100.0f);
+  check_option("outline.mixed_margin", mixed_margin, 0.0f, 0.5f);
+  check_option("outline.min_mixed", min_mixed, 1, 1 << 20);
+  check_option("outline.coverage_rise_mm", coverage_rise_mm, 0.0f, 10000.0f);
+  check_option("outline.higher_share", higher_share, 0.0, 1.0);
+  check_option("outline.missing_share", missing_share, 0.0, 1.0);
+  check_option("outline.missing_from_pixels", missing_from_pixels, 0.0f, 100.0f);
+  check_option("outline.missing_to_pixels", missing_to_pixels, missing_from_pixels, 100.0f);
 }
 
 std::optional<float> EdgeCounts::edge() const {
@@ -290,17 +344,20 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     FitBuffers::RingPixel r;
     if (!on_plane(float(u + roi.x), float(v + roi.y), r.q)) return;
     r.h = heights(v + roi.y, u + roi.x);
-    r.on = face_mask(v, u) && r.h >= rim - on_tolerance;
+    r.in_face = face_mask(v, u);
     // A point of a side, straight below the edge when the side is in view:
     // upright sides put it on the floor's plane where the edge is.
-    r.below_valid = !std::isnan(r.h) && !r.on && r.h < rim - 1.2f * on_tolerance &&
-                    r.h > 0.1f * rim && same_region(v + roi.y, u + roi.x);
+    r.below_valid = !std::isnan(r.h) && r.h < rim - 1.2f * on_tolerance && r.h > 0.1f * rim &&
+                    same_region(v + roi.y, u + roi.x);
     if (r.below_valid) r.below = basis.in_plane(pixel_point(frame.depth, k, v + roi.y, u + roi.x));
     ring.push_back(r);
   });
 
   float edge_rms = 0.0f;
-  double missing_share = 0.0;
+  bool hidden = false;
+  // The middle between the rim and what lies beyond each side.
+  float middle[4];
+  bool in_view[4];
   for (int pass = 0; pass < options.refinements; ++pass) {
     const bool last = pass + 1 == options.refinements;
     // The first rectangle may be off by a few pixels; later ones are close,
@@ -313,52 +370,103 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     for (int side = 0; side < 4; ++side) {
       FitBuffers::Side& b = buffers.sides[side];
       b.below.clear();
+      b.beyond.clear();
       b.near = 0;
-      b.missing_near = 0;
+      b.higher_near = 0;
+      b.past = 0;
+      b.missing_past = 0;
       side_reach[side] = options.side_reach * rect.half_length(side);
       bins[side] = std::clamp(
           static_cast<int>(2.0f * side_reach[side] / (options.stretch_pixels * pixel_mm)), 3,
           FitBuffers::kMaxBins);
       b.across.reset(-step_band, resolution, steps);
       for (int bin = 0; bin < bins[side]; ++bin) b.along[bin].reset(-step_band, resolution, steps);
+      // The side's face is in view when the camera stands outside its plane.
+      const cv::Point2f normal = rect.normal(side);
+      const cv::Vec3f normal_3d = normal.x * basis.e1 + normal.y * basis.e2;
+      in_view[side] = basis.point(rect.centre + normal * rect.half[side % 2]).dot(normal_3d) < 0.0f;
     }
     // Each ring pixel in the rectangle's frame, handed to the side whose band
     // it lies in (the bands stop short of the corners).
     const cv::Point2f axis = rect.axis();
     const cv::Point2f across = rect.across();
-    for (const FitBuffers::RingPixel& r : ring) {
+    const float beyond_from = options.beyond_pixels * pixel_mm;
+    for (FitBuffers::RingPixel& r : ring) {
       const cv::Point2f d = r.q - rect.centre;
       const float x = d.dot(axis);
       const float y = d.dot(across);
       // Side k: s outward from its line, t along it.
       const float sx = std::abs(x) - rect.half[0];
       const float sy = std::abs(y) - rect.half[1];
-      int side = -1;
-      float s = 0.0f, t = 0.0f;
+      r.side = -1;
       if (std::abs(sx) <= band_mm && std::abs(y) <= options.side_reach * rect.half[1]) {
-        side = x > 0 ? 0 : 2;
-        s = sx;
-        t = x > 0 ? y : -y;
+        r.side = x > 0 ? 0 : 2;
+        r.s = sx;
+        r.t = x > 0 ? y : -y;
       } else if (std::abs(sy) <= band_mm && std::abs(x) <= options.side_reach * rect.half[0]) {
-        side = y > 0 ? 1 : 3;
-        s = sy;
-        t = y > 0 ? -x : x;
+        r.side = y > 0 ? 1 : 3;
+        r.s = sy;
+        r.t = y > 0 ? -x : x;
       }
-      if (side < 0) continue;
+      if (r.side < 0 || std::isnan(r.h)) continue;
+      if (r.s >= beyond_from && r.s <= band_mm && r.h < rim - on_tolerance) {
+        buffers.sides[r.side].beyond.push_back(r.h);
+      }
+    }
+    // The threshold across a hiding edge: where a pixel half on the top
+    // reads. The pixels the edge crosses read mixes of the top and what lies
+    // beyond, weighted by the light each returns; crossed at every phase,
+    // the median of their readings is the reading of a pixel half on the top.
+    // Without enough of them (the camera blanked them), the middle.
+    for (int side = 0; side < 4; ++side) {
       FitBuffers::Side& b = buffers.sides[side];
+      float level = 0.0f;
+      if (!b.beyond.empty()) {
+        std::nth_element(b.beyond.begin(), b.beyond.begin() + b.beyond.size() / 2, b.beyond.end());
+        level = b.beyond[b.beyond.size() / 2];
+      }
+      middle[side] = 0.5f * (rim + level);
+      const float clear = std::max(on_tolerance, options.mixed_margin * (rim - level));
+      b.mixed.clear();
+      for (const FitBuffers::RingPixel& r : ring) {
+        if (r.side == side && std::abs(r.s) <= step_band && r.h > level + clear &&
+            r.h < rim - clear) {
+          b.mixed.push_back(r.h);
+        }
+      }
+      if (static_cast<int>(b.mixed.size()) >= std::max(options.min_mixed, bins[side])) {
+        std::nth_element(b.mixed.begin(), b.mixed.begin() + b.mixed.size() / 2, b.mixed.end());
+        middle[side] = b.mixed[b.mixed.size() / 2];
+      }
+    }
+    const float missing_from = options.missing_from_pixels * pixel_mm;
+    const float missing_to = options.missing_to_pixels * pixel_mm;
+    for (const FitBuffers::RingPixel& r : ring) {
+      if (r.side < 0) continue;
+      FitBuffers::Side& b = buffers.sides[r.side];
+      const float s = r.s;
+      const bool higher = !std::isnan(r.h) && r.h > rim + on_tolerance;
       if (s > 0.0f && s < 2.0f * pixel_mm) {
         ++b.near;
-        // Beyond the edge: no depth, or something standing higher.
-        if (std::isnan(r.h) || r.h > rim + on_tolerance) ++b.missing_near;
+        if (higher) ++b.higher_near;
       }
-      if (std::isnan(r.h)) continue;
+      // Beyond a side in view lies that side, which the camera's filter may
+      // blank as a whole: no depth there is off the top, not hidden.
+      const bool in_view_side = in_view[r.side];
+      if (s >= missing_from && s <= missing_to && !in_view_side) {
+        ++b.past;
+        if (std::isnan(r.h)) ++b.missing_past;
+      }
+      // Something higher hides the edge, as missing depth does.
+      if (higher || (std::isnan(r.h) && !in_view_side)) continue;
       if (r.below_valid) b.below.push_back(r.below);
       if (std::abs(s) > step_band) continue;
-      b.across.add(s, r.on);
+      const bool on = in_view_side ? r.in_face : r.h >= middle[r.side];
+      b.across.add(s, on);
       const int bin = std::clamp(
-          static_cast<int>((t + side_reach[side]) / (2.0f * side_reach[side]) * bins[side]), 0,
-          bins[side] - 1);
-      b.along[bin].add(s, r.on);
+          static_cast<int>((r.t + side_reach[r.side]) / (2.0f * side_reach[r.side]) * bins[r.side]),
+          0, bins[r.side] - 1);
+      b.along[bin].add(s, on);
     }
 
     float shift[4] = {0, 0, 0, 0};
@@ -366,13 +474,14 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     int rotation_weight = 0;
     double squared_residuals = 0.0;
     int residual_count = 0;
-    missing_share = 0.0;
+    hidden = false;
     for (int side = 0; side < 4; ++side) {
       FitBuffers::Side& b = buffers.sides[side];
       const cv::Point2f normal = rect.normal(side);
       const cv::Point2f tangent = rect.tangent(side);
       const float offset = rect.offset(side);
-      missing_share = std::max(missing_share, b.near > 0 ? double(b.missing_near) / b.near : 0.0);
+      hidden = hidden || (b.near > 0 && b.higher_near > options.higher_share * b.near) ||
+               (b.past > 0 && b.missing_past > options.missing_share * b.past);
 
       // The edge across the side from all its samples, and bin by bin along
       // it for the edge's course.
@@ -390,12 +499,8 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
       if (course.size() >= 3) course_line = fit_line(course);
       // Where a side is in view, the edge is above its points: pixels just
       // off the top's edge on that side see the side, close in height, and
-      // would pull the step outwards. The side's face is in view when the
-      // camera stands outside its plane.
-      const cv::Vec3f normal_3d = normal.x * basis.e1 + normal.y * basis.e2;
-      const bool side_in_view =
-          basis.point(rect.centre + normal * rect.half[side % 2]).dot(normal_3d) < 0.0f;
-      if (step && side_in_view) {
+      // would pull the step outwards.
+      if (step && in_view[side]) {
         std::vector<float>& upright = buffers.values;
         upright.clear();
         const std::size_t every = b.below.size() / kMaxMedianSamples + 1;
@@ -405,10 +510,13 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
             upright.push_back(below.dot(normal) - offset);
           }
         }
-        if (upright.size() >= static_cast<std::size_t>(options.min_side_points)) {
-          std::nth_element(upright.begin(), upright.begin() + upright.size() / 2, upright.end());
-          const float middle = upright[upright.size() / 2];
-          if (std::abs(middle - edge) < options.side_pull_pixels * pixel_mm) edge = middle;
+        std::size_t standing = 0;
+        const float side_edge =
+            upright.empty()
+                ? 0.0f
+                : densest_middle(upright, options.side_window_pixels * pixel_mm, standing);
+        if (standing >= static_cast<std::size_t>(options.min_side_points)) {
+          edge = side_edge;
         }
       }
       shift[side] = edge;
@@ -465,8 +573,8 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
   }
   outline.rectangle = rect;
   outline.edge_rms = edge_rms;
-  outline.missing_share = missing_share;
-  outline.face_pixels = cv::countNonZero(face_mask);
+  outline.hidden = hidden;
+  outline.fill = coverage(frame, outline.corners_px, rim, options.coverage_rise_mm);
   return outline;
 }
 

@@ -72,12 +72,34 @@ struct OutlineOptions {
   // Half the band across a side that its edge is sought in, mm: at least
   // band_mm or band_pixels pixels, plus band_noise_factor noise.
   float band_mm = 8.0f;
-  float band_pixels = 3.0f;
+  float band_pixels = 5.0f;
   float band_noise_factor = 2.0f;
-  // A pixel is on the top when within on_mm (at least) or on_noise_factor
-  // noise below its rim.
+  // Where a side of the box is in view, the top's pixels are on it. Across
+  // an edge that hides what lies beyond, a pixel is on the top when above
+  // the middle between the rim and what lies beyond: a pixel on the edge
+  // reads a mix of the two, and the camera's filters may have left none
+  // there. What stands higher than the rim by on_mm (at least) or
+  // on_noise_factor noise hides the edge; what lies lower by as much is off.
   float on_mm = 3.0f;
   float on_noise_factor = 2.5f;
+  // What lies beyond an edge is read from this many pixel sizes outwards on
+  // (past the pixels that mix the two). Pixels that mix the two read more
+  // than this share of the step from either; the threshold comes from at
+  // least min_mixed of them (and one per stretch of the edge).
+  float beyond_pixels = 2.0f;
+  float mixed_margin = 0.1f;
+  int min_mixed = 8;
+  // A side is cut when more than this share of what lies just beyond it
+  // stands higher than its rim, or when more than missing_share of what lies
+  // past the edge's band (beyond missing_from_pixels to missing_to_pixels)
+  // has no depth: the side is hidden, not blanked by the camera's filter.
+  double higher_share = 0.4;
+  double missing_share = 0.5;
+  float missing_from_pixels = 3.0f;
+  float missing_to_pixels = 5.0f;
+  // Inside the outline, what stands this much above the rim is not the
+  // top's (a lid bulges by less).
+  float coverage_rise_mm = 30.0f;
   // Each side's band stops this share of its half length short of the
   // corners; the edge's course is followed in stretches of about
   // stretch_pixels pixels, at most FitBuffers::kMaxBins.
@@ -85,10 +107,11 @@ struct OutlineOptions {
   float stretch_pixels = 6.0f;
   // Edges are placed to this share of a pixel.
   int steps_per_pixel = 16;
-  // A visible side places its edge from at least this many points below
-  // it, when they put it within side_pull_pixels of the step.
+  // A side in view places its edge from the points of it below the edge:
+  // where the most of them stand within side_window_pixels of each other,
+  // when that is at least min_side_points of them.
   int min_side_points = 6;
-  float side_pull_pixels = 3.0f;
+  float side_window_pixels = 1.5f;
 
   void check() const;
 };
@@ -132,9 +155,14 @@ struct FitBuffers {
   struct RingPixel {
     cv::Point2f q;
     float h = 0.0f;
-    bool on = false;
+    bool in_face = false;
     bool below_valid = false;
     cv::Point2f below;
+    // In each round: the side it lies across (-1: none), how far out from
+    // that side's line and where along it (mm).
+    int side = -1;
+    float s = 0.0f;
+    float t = 0.0f;
   };
   std::vector<RingPixel> ring;
   static constexpr int kMaxBins = 12;
@@ -142,8 +170,12 @@ struct FitBuffers {
     EdgeCounts across;           // the whole side
     EdgeCounts along[kMaxBins];  // stretch by stretch
     std::vector<cv::Point2f> below;
+    std::vector<float> beyond;  // heights of what lies beyond the edge
+    std::vector<float> mixed;   // and of the pixels between
     int near = 0;
-    int missing_near = 0;
+    int higher_near = 0;
+    int past = 0;
+    int missing_past = 0;
   };
   Side sides[4];
   std::vector<cv::Point2f> outline;
@@ -157,12 +189,12 @@ struct TopOutline {
   PlaneRectangle rectangle;
   float rim_mm = 0.0f;    // the height the edges are found at
   float pixel_mm = 0.0f;  // a pixel's size at the top
-  // The rms of the edges' course about straight lines (mm), and the largest
-  // share of a side whose beyond is missing or higher.
+  // The rms of the edges' course about straight lines (mm), and whether a
+  // side is hidden (by something higher, or without depth beyond it).
   float edge_rms = 0.0f;
-  double missing_share = 0.0;
-  // The top's pixels (holes closed) in its region of interest.
-  int face_pixels = 0;
+  bool hidden = false;
+  // The share of the outline whose pixels can be the top's (see coverage()).
+  float fill = 0.0f;
   std::array<cv::Point3f, 4> corners_mm{};
   std::array<cv::Point2f, 4> corners_px{};
 

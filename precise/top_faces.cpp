@@ -87,6 +87,28 @@ void TopFaceOptions::check() const {
   check_option("faces.max_spread_mm", max_spread_mm, 0.0f, 1000.0f);
   check_option("faces.step_noise_factor", step_noise_factor, 0.0f, 100.0f);
   check_option("faces.step_extra_mm", step_extra_mm, 0.0f, 1000.0f);
+  check_option("faces.bridge_pixels", bridge_pixels, 0, 64);
+  check_option("faces.bridge_share", bridge_share, 0.0f, 1.0f);
+}
+
+void TopFaceFinder::bridge(int i, int step, int steps_left, const float* h, const std::uint16_t* z,
+                           const std::uint8_t* up, int n) {
+  const float top = h[i];
+  const float jump = surface_jump(z[i]);
+  for (int k = 1; k <= options_.bridge_pixels + 1 && k <= steps_left; ++k) {
+    const int j = i + k * step;
+    if (j < 0 || j >= n) return;
+    if (up[j] && std::abs(h[j] - top) <= jump) {
+      if (k == 1) return;  // joined directly, or not at all
+      const int a = root(i);
+      const int b = root(j);
+      if (a != b) parent_[std::max(a, b)] = std::min(a, b);
+      return;
+    }
+    // What lies between: no depth, or lower than the top but not the floor.
+    const bool between = std::isnan(h[j]) || (h[j] > options_.bridge_share * top && h[j] < top);
+    if (!between) return;
+  }
 }
 
 int TopFaceFinder::root(int i) {
@@ -124,8 +146,14 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
       }
       const int i = v * width + u;
       above_.push_back(i);
-      if (run < 0 || std::abs(h[u] - h[u - 1]) > surface_jump(z[u])) run = i;
+      const bool starts = run < 0 || std::abs(h[u] - h[u - 1]) > surface_jump(z[u]);
+      if (starts) run = i;
       parent[u] = run;
+      // A run that begins after a gap may go on from one before it.
+      if (starts && options_.bridge_pixels > 0 && u > 1) {
+        bridge(i, -1, u, heights.ptr<float>(), depth.ptr<std::uint16_t>(),
+               above.ptr<std::uint8_t>(), n);
+      }
     }
   }
   // Rows joined to the row below.
@@ -135,7 +163,18 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
   int joined = -2;  // the last pixel joined to the one below it; none yet
   for (const int i : above_) {
     const int j = i + width;
-    if (j >= n || !up[j] || std::abs(h[i] - h[j]) > surface_jump(z[i])) continue;
+    if (j >= n || !up[j] || std::abs(h[i] - h[j]) > surface_jump(z[i])) {
+      if (options_.bridge_pixels > 0) {
+        // Down the column, and along both diagonals: a thin line across the
+        // top at any angle is thin along one of them.
+        const int column = i % width;
+        const int rows_below = (n - 1 - i) / width;
+        bridge(i, width, rows_below, h, z, up, n);
+        bridge(i, width + 1, std::min(rows_below, width - 1 - column), h, z, up, n);
+        bridge(i, width - 1, std::min(rows_below, column), h, z, up, n);
+      }
+      continue;
+    }
     // Along two runs that are already joined, the next pair adds nothing.
     const bool same_runs = joined == i - 1 && parent_[i] == parent_[i - 1] && up[j - 1] &&
                            parent_[j] == parent_[j - 1];
@@ -243,7 +282,9 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
   return faces_;
 }
 
-int TopFaceFinder::label_pieces(const int* pixels, const int* pixels_end, int width) {
+int TopFaceFinder::label_pieces(const int* pixels, const int* pixels_end, const cv::Mat1f& heights,
+                                float mode, float half_band) {
+  const int width = heights.cols;
   const unsigned char* band = band_.ptr<unsigned char>();
   int* pieces = pieces_.ptr<int>();
   // The band's pixels as runs along the rows, in scan order.
@@ -286,6 +327,66 @@ int TopFaceFinder::label_pieces(const int* pixels, const int* pixels_end, int wi
       const int a = root(r);
       const int b = root(k);
       if (a != b) runs_[std::max(a, b)].parent = std::min(a, b);
+    }
+  }
+  // Runs across a thin line of pixels a top may be split by (no depth, or
+  // lower than the band but not the floor), along the row and down the
+  // columns, joined too.
+  const int gap = options_.bridge_pixels;
+  if (gap > 0 && n_runs > 0) {
+    const float* h = heights.ptr<float>();
+    const auto between = [&](int i) {
+      return std::isnan(h[i]) || (h[i] > options_.bridge_share * mode && h[i] < mode - half_band);
+    };
+    const auto join = [&](int a, int b) {
+      a = root(a);
+      b = root(b);
+      if (a != b) runs_[std::max(a, b)].parent = std::min(a, b);
+    };
+    const int first_row = runs_[0].v;
+    const int row_count = runs_[n_runs - 1].v - first_row + 1;
+    row_first_run_.assign(row_count + 1, n_runs);
+    for (int r = n_runs - 1; r >= 0; --r) row_first_run_[runs_[r].v - first_row] = r;
+    for (int row = row_count - 1; row >= 0; --row) {
+      row_first_run_[row] = std::min(row_first_run_[row], row_first_run_[row + 1]);
+    }
+    for (int r = 0; r < n_runs; ++r) {
+      const Run& run = runs_[r];
+      const int row_start = run.v * width;
+      if (r + 1 < n_runs && runs_[r + 1].v == run.v && runs_[r + 1].u0 - run.u1 - 1 <= gap &&
+          root(r) != root(r + 1)) {
+        bool across = true;
+        for (int u = run.u1 + 1; u < runs_[r + 1].u0 && across; ++u)
+          across = between(row_start + u);
+        if (across) join(r, r + 1);
+      }
+      // Down the columns and along both diagonals, as for the regions.
+      for (int k = 2; k <= gap + 1 && run.v - first_row + k < row_count; ++k) {
+        const int row = run.v - first_row + k;
+        for (int o = row_first_run_[row]; o < row_first_run_[row + 1]; ++o) {
+          const Run& other = runs_[o];
+          for (int slant = -1; slant <= 1; ++slant) {
+            const int shift = slant * k;
+            if (other.u1 < run.u0 + shift || other.u0 > run.u1 + shift || root(r) == root(o)) {
+              continue;
+            }
+            // One start of the overlap whose pixels between are all of the line.
+            const int c0 = std::max(run.u0, other.u0 - shift);
+            const int c1 = std::min(run.u1, other.u1 - shift);
+            for (int c = c0; c <= c1; ++c) {
+              bool across = true;
+              for (int m = 1; m < k && across; ++m) {
+                const int u = c + slant * m;
+                across = u >= 0 && u < width && between((run.v + m) * width + u);
+              }
+              if (across) {
+                join(r, o);
+                break;
+              }
+            }
+          }
+        }
+      }
     }
   }
   // Labels 1, 2, ... in the order of the pieces' first pixels, as
@@ -401,7 +502,7 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
       const int i = *p;
       if (labels[i] == region && std::abs(h[i] - mode) <= half_band) band[i] = 255;
     }
-    const int count = label_pieces(pixels, pixels_end, width);
+    const int count = label_pieces(pixels, pixels_end, heights, mode, half_band);
     // Each piece's pixels, in order, back to back; piece 0 holds the rest.
     pieces_span_.assign(count, Span{});
     count_by_key(pixels, pixels_end, pieces, pieces_span_);

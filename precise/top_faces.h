@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <opencv2/core.hpp>
 #include <vector>
 
@@ -52,6 +53,12 @@ struct TopFaceOptions {
   float max_spread_mm = 10.0f;
   float step_noise_factor = 3.0f;
   float step_extra_mm = 2.0f;
+  // A top split by a line up to bridge_pixels wide is still one top: the
+  // crack between two flaps, a seam the camera's filter blanked. The line's
+  // pixels have no depth, or lie lower than the top but above
+  // bridge_share of its height (the carton's inside, not the floor).
+  int bridge_pixels = 3;
+  float bridge_share = 0.5f;
 
   void check() const;
 };
@@ -76,8 +83,16 @@ class TopFaceFinder {
   int root(int i);
   void split_region(int region, const cv::Mat1f& heights, int max_faces);
   // The 8-connected pieces of the band among a region's pixels, into
-  // pieces_; returns their number plus one (label 0: not in the band).
-  int label_pieces(const int* pixels, const int* pixels_end, int width);
+  // pieces_, pieces across a thin line (see bridge_pixels) joined; returns
+  // their number plus one (label 0: not in the band). `mode` and
+  // `half_band` say which heights the band holds.
+  int label_pieces(const int* pixels, const int* pixels_end, const cv::Mat1f& heights, float mode,
+                   float half_band);
+  // Joins, in the union-find over pixels, pixel i to a pixel up to
+  // bridge_pixels + 1 steps of `step` away across pixels that a top may be
+  // split by.
+  void bridge(int i, int step, int steps_left, const float* h, const std::uint16_t* z,
+              const std::uint8_t* up, int n);
 
   // Pixel lists live back to back in one buffer each, so that nothing is
   // allocated once the buffers have grown: a list is a start and a count.
@@ -114,6 +129,7 @@ class TopFaceFinder {
   cv::Mat1i pieces_;  // full frame, likewise: each band pixel's piece
   cv::Mat1i face_ids_;
   std::vector<Run> runs_;
+  std::vector<int> row_first_run_;
   std::vector<Span> pieces_span_;
   std::vector<int> piece_buffer_;
   std::vector<int> piece_face_;
