@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <opencv2/imgproc.hpp>
 
 #include "precise/binary_morphology.h"
@@ -160,6 +161,107 @@ float coverage(const FrameView& frame, const std::array<cv::Point2f, 4>& corners
   return inside == 0 ? 0.0f : 1.0f - static_cast<float>(other) / static_cast<float>(inside);
 }
 
+// How far out (per unit down) the camera's ray at the middle of a side
+// runs across it: the tangent of its angle from the vertical, outwards.
+float grazing_tangent(const PlaneRectangle& rect, const TopPlane& plane, int side) {
+  const cv::Point2f normal = rect.normal(side);
+  const cv::Vec3f middle = plane.point(rect.centre + normal * rect.half[side % 2]);
+  const cv::Vec3f outward = normal.x * plane.e1 + normal.y * plane.e2;
+  // The floor's normal points up, towards the camera.
+  const float down = -middle.dot(plane.n);
+  return down > 0.0f ? middle.dot(outward) / down : 0.0f;
+}
+
+// A carton's rim rounded to radius r drops by r - sqrt(r^2 - (r - d)^2) at
+// d from the side inwards.
+float rim_drop(float r, float d) {
+  if (d >= r) return 0.0f;
+  const float from_centre = r - std::max(0.0f, d);
+  return r - std::sqrt(std::max(0.0f, r * r - from_centre * from_centre));
+}
+
+// The radius of the rim's rounding, from the top's pixels above a side in
+// view that was placed by its own points: how far inside the side each
+// pixel's ray meets the rim's plane, and how far below the rim it reads.
+// Within `blur` of the side, pixels mix the top with the side and the
+// camera's blur lowers them as a rounding would: they are left out.
+// A ray that meets the rounding meets the plane nearer the side, by the
+// drop times the tangent of its angle. The radius whose rounding fits them
+// best (each misfit counted up to twice the noise), by enough to earn its
+// parameter; none without such a side.
+float estimate_rim_radius(const std::vector<FitBuffers::RingPixel>& ring,
+                          const PlaneRectangle& rect, const TopPlane& plane, const bool standing[4],
+                          float rim, float blur, const OutlineOptions& options,
+                          std::vector<float>& values, std::vector<float>& misfits) {
+  const float reach = options.max_rim_radius_mm + blur;
+  float slant[4];
+  for (int side = 0; side < 4; ++side)
+    slant[side] = std::max(0.0f, -grazing_tangent(rect, plane, side));
+  values.clear();  // triples: where the ray meets the plane inside the side, drop, side
+  for (const FitBuffers::RingPixel& r : ring) {
+    if (r.side < 0 || !standing[r.side] || std::isnan(r.h) || r.h < rim - reach) continue;
+    const float inside = rect.offset(r.side) - r.q.dot(rect.normal(r.side));
+    if (inside < blur || inside > reach) continue;
+    values.push_back(inside);
+    values.push_back(rim - r.h);
+    values.push_back(static_cast<float>(r.side));
+  }
+  const std::size_t points = values.size() / 3;
+  if (points < static_cast<std::size_t>(options.min_rim_points)) return 0.0f;
+  // The drop the rounding gives where a ray of this slant meets the plane
+  // `at` inside the side: it met the rounding further in, at d with
+  // d - slant drop(d) = at.
+  const auto drop_at = [](float radius, float slant_tan, float at) {
+    if (at >= radius) return 0.0f;
+    float low = at;
+    float high = at + slant_tan * radius;
+    for (int i = 0; i < 8; ++i) {
+      const float d = 0.5f * (low + high);
+      (d - slant_tan * rim_drop(radius, d) < at ? low : high) = d;
+    }
+    return rim_drop(radius, 0.5f * (low + high));
+  };
+  float best = 0.0f;
+  double best_cost = std::numeric_limits<double>::infinity();
+  const float cap = 2.0f * options.rim_noise_mm;
+  for (float radius = 0.0f; radius <= options.max_rim_radius_mm; radius += 0.5f) {
+    // What the rounding leaves, less a straight line across the side: the
+    // lid near the side may stand a little off the whole rim's height, or
+    // slope (a bump, a bulge); a rounding bends within its radius.
+    misfits.clear();
+    double sd = 0.0, sm = 0.0, sdd = 0.0, sdm = 0.0;
+    for (std::size_t i = 0; i < points; ++i) {
+      const float* p = &values[3 * i];
+      const float misfit = p[1] - drop_at(radius, slant[static_cast<int>(p[2])], p[0]);
+      misfits.push_back(misfit);
+      sd += p[0];
+      sm += misfit;
+      sdd += double(p[0]) * p[0];
+      sdm += double(p[0]) * misfit;
+    }
+    const double n = static_cast<double>(points);
+    const double spread = n * sdd - sd * sd;
+    const double slope = spread > 1e-9 ? (n * sdm - sd * sm) / spread : 0.0;
+    const double offset = (sm - slope * sd) / n;
+    double cost = 0.0;
+    for (std::size_t i = 0; i < points; ++i) {
+      const double m = std::min<double>(cap, std::abs(misfits[i] - offset - slope * values[3 * i]));
+      cost += m * m;
+    }
+    // A rounding must earn its parameter, by several times what the
+    // Bayesian information criterion asks: the noise of neighbouring pixels
+    // is not independent (the depths' steps, the camera's smoothing), and
+    // would pass for a rounding.
+    const double penalty = radius > 0.0f ? options.rim_evidence * std::log(points) : 0.0;
+    const double criterion = points * std::log(std::max(cost, 1e-9) / points) + penalty;
+    if (criterion < best_cost) {
+      best_cost = criterion;
+      best = radius;
+    }
+  }
+  return best;
+}
+
 }  // namespace
 
 void OutlineOptions::check() const {
@@ -178,6 +280,11 @@ void OutlineOptions::check() const {
   check_option("outline.mixed_margin", mixed_margin, 0.0f, 0.5f);
   check_option("outline.min_mixed", min_mixed, 1, 1 << 20);
   check_option("outline.coverage_rise_mm", coverage_rise_mm, 0.0f, 10000.0f);
+  check_option("outline.max_rim_radius_mm", max_rim_radius_mm, 0.0f, 100.0f);
+  check_option("outline.min_rim_points", min_rim_points, 1, 1 << 20);
+  check_option("outline.rim_noise_mm", rim_noise_mm, 0.1f, 100.0f);
+  check_option("outline.rim_blur_pixels", rim_blur_pixels, 0.0f, 100.0f);
+  check_option("outline.rim_evidence", rim_evidence, 1.0f, 1000.0f);
   check_option("outline.higher_share", higher_share, 0.0, 1.0);
   check_option("outline.missing_share", missing_share, 0.0, 1.0);
   check_option("outline.missing_from_pixels", missing_from_pixels, 0.0f, 100.0f);
@@ -342,6 +449,8 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
   };
   for_each_ring_pixel(*outer, *inner, roi.size(), [&](int u, int v) {
     FitBuffers::RingPixel r;
+    r.u = u + roi.x;
+    r.v = v + roi.y;
     if (!on_plane(float(u + roi.x), float(v + roi.y), r.q)) return;
     r.h = heights(v + roi.y, u + roi.x);
     r.in_face = face_mask(v, u);
@@ -358,6 +467,13 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
   // The middle between the rim and what lies beyond each side.
   float middle[4];
   bool in_view[4];
+  // Whether a side in view was placed by its points (in the last round).
+  bool standing_side[4] = {false, false, false, false};
+  // The pixels between the top and what lies beyond the hiding edges, and
+  // those edges' length in pixels: how many pixels wide the camera blurs
+  // an edge.
+  float mixed_pixels = 0.0f;
+  float hiding_length = 0.0f;
   for (int pass = 0; pass < options.refinements; ++pass) {
     const bool last = pass + 1 == options.refinements;
     // The first rectangle may be off by a few pixels; later ones are close,
@@ -418,6 +534,8 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     // beyond, weighted by the light each returns; crossed at every phase,
     // the median of their readings is the reading of a pixel half on the top.
     // Without enough of them (the camera blanked them), the middle.
+    mixed_pixels = 0.0f;
+    hiding_length = 0.0f;
     for (int side = 0; side < 4; ++side) {
       FitBuffers::Side& b = buffers.sides[side];
       float level = 0.0f;
@@ -437,6 +555,10 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
       if (static_cast<int>(b.mixed.size()) >= std::max(options.min_mixed, bins[side])) {
         std::nth_element(b.mixed.begin(), b.mixed.begin() + b.mixed.size() / 2, b.mixed.end());
         middle[side] = b.mixed[b.mixed.size() / 2];
+      }
+      if (!in_view[side]) {
+        mixed_pixels += static_cast<float>(b.mixed.size());
+        hiding_length += 2.0f * side_reach[side] / pixel_mm;
       }
     }
     const float missing_from = options.missing_from_pixels * pixel_mm;
@@ -470,6 +592,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     }
 
     float shift[4] = {0, 0, 0, 0};
+    for (bool& placed : standing_side) placed = false;
     double rotation_sum = 0.0;
     int rotation_weight = 0;
     double squared_residuals = 0.0;
@@ -517,6 +640,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
                 : densest_middle(upright, options.side_window_pixels * pixel_mm, standing);
         if (standing >= static_cast<std::size_t>(options.min_side_points)) {
           edge = side_edge;
+          standing_side[side] = true;
         }
       }
       shift[side] = edge;
@@ -558,6 +682,32 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     edge_rms = residual_count > 0
                    ? static_cast<float>(std::sqrt(squared_residuals / residual_count))
                    : 0.0f;
+  }
+
+  // A hiding edge is where the camera's ray grazes the rim, which a
+  // carton's rounded rim lowers: the ray found there meets the rim's plane
+  // inside the side. Each such side goes out by what its rounding hides,
+  // the rounding read off a side in view (or a typical one without).
+  outline.edge_blur_px = hiding_length > 0.0f ? mixed_pixels / hiding_length : 0.0f;
+  const float blur_mm = std::max(options.rim_blur_pixels, outline.edge_blur_px + 0.5f) * pixel_mm;
+  outline.rim_radius_mm = estimate_rim_radius(ring, rect, basis, standing_side, rim, blur_mm,
+                                              options, buffers.values, buffers.misfits);
+  {
+    float shift[4] = {0, 0, 0, 0};
+    for (int side = 0; side < 4; ++side) {
+      outline.sides[side].in_view = in_view[side];
+      outline.sides[side].standing = standing_side[side];
+      if (in_view[side]) continue;
+      const float grazing = grazing_tangent(rect, basis, side);
+      const float hidden =
+          outline.rim_radius_mm * (1.0f + grazing - std::sqrt(1.0f + grazing * grazing));
+      shift[side] = hidden;
+      outline.sides[side].rim_shift_mm = hidden;
+    }
+    rect.centre +=
+        0.5f * (shift[0] - shift[2]) * rect.axis() + 0.5f * (shift[1] - shift[3]) * rect.across();
+    rect.half[0] += 0.5f * (shift[0] + shift[2]);
+    rect.half[1] += 0.5f * (shift[1] + shift[3]);
   }
 
   // Corners, in the image too.

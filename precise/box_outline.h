@@ -100,6 +100,21 @@ struct OutlineOptions {
   // Inside the outline, what stands this much above the rim is not the
   // top's (a lid bulges by less).
   float coverage_rise_mm = 30.0f;
+  // A carton's rim is rounded, up to max_rim_radius_mm; its radius is read
+  // off a side in view from at least min_rim_points of the top's points
+  // above it (misfits counted up to twice rim_noise_mm). Without such a
+  // side no rounding is assumed: the camera then looks at the top from
+  // nearly straight above, where a rounding hides little.
+  float max_rim_radius_mm = 15.0f;
+  int min_rim_points = 30;
+  float rim_noise_mm = 2.0f;
+  // Points within this many pixel sizes of the side (or half a pixel more
+  // than the camera blurs its edges) are left out: they mix the top with
+  // the side.
+  float rim_blur_pixels = 1.5f;
+  // A rounding is taken when it fits by this many times the Bayesian
+  // information criterion's due.
+  float rim_evidence = 4.0f;
   // Each side's band stops this share of its half length short of the
   // corners; the edge's course is followed in stretches of about
   // stretch_pixels pixels, at most FitBuffers::kMaxBins.
@@ -153,6 +168,7 @@ struct FitBuffers {
   // height, whether it is on the top, and where it stands on the plane when
   // it may be a point of a side.
   struct RingPixel {
+    int u = 0, v = 0;  // column and row
     cv::Point2f q;
     float h = 0.0f;
     bool in_face = false;
@@ -179,8 +195,17 @@ struct FitBuffers {
   };
   Side sides[4];
   std::vector<cv::Point2f> outline;
+  std::vector<float> misfits;
   std::vector<cv::Point2f> course;
   std::vector<float> values;
+};
+
+// How one side of an outline was placed.
+struct SideEdge {
+  bool in_view = false;   // the camera sees the box's side below it
+  bool standing = false;  // placed by that side's own points
+  // Moved out by this much for the rounded rim the camera's ray grazed.
+  float rim_shift_mm = 0.0f;
 };
 
 // The outline of one top and what its fit says of the top.
@@ -195,6 +220,12 @@ struct TopOutline {
   bool hidden = false;
   // The share of the outline whose pixels can be the top's (see coverage()).
   float fill = 0.0f;
+  // How many pixels wide the camera blurs a hiding edge (the pixels between
+  // the top and what lies beyond, per pixel of the edge's length), the
+  // rim's rounding (mm), and each side: +axis, +across, -axis, -across.
+  float edge_blur_px = 0.0f;
+  float rim_radius_mm = 0.0f;
+  SideEdge sides[4];
   std::array<cv::Point3f, 4> corners_mm{};
   std::array<cv::Point2f, 4> corners_px{};
 
