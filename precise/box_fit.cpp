@@ -34,11 +34,11 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, const FitOptions& op
   fit.corners_px = {cv::Point2f(b.x, b.y), cv::Point2f(b.x + b.width, b.y),
                     cv::Point2f(b.x + b.width, b.y + b.height), cv::Point2f(b.x, b.y + b.height)};
   fit.centre_px = cv::Point2f(b.x + 0.5f * b.width, b.y + 0.5f * b.height);
-  const float depth = median_depth(frame, face, buffers.values);
+  const float depth = median_depth(frame, face, buffers.outline.values);
   fit.centre_mm = pixel_to_point(fit.centre_px.x, fit.centre_px.y, depth, frame.intrinsics);
 
   const std::optional<TopOutline> outline =
-      fit_outline(frame, face, depth, options.outline, buffers, fit.reason);
+      fit_outline(frame, face, depth, options.outline, buffers.outline, fit.reason);
   if (!outline) return fit;
   fit.corners_mm = outline->corners_mm;
   fit.corners_px = outline->corners_px;
@@ -50,13 +50,15 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, const FitOptions& op
   fit.length_mm = 2.0f * std::max(rect.half[0], rect.half[1]);
   fit.width_mm = 2.0f * std::min(rect.half[0], rect.half[1]);
 
-  const std::optional<TopHeight> height = fit_top_height(frame, face, *outline, options.height);
+  const std::optional<TopHeight> height =
+      fit_top_height(frame, face, *outline, options.height, buffers.height);
   if (!height) {
     fit.reason = "too few pixels inside the top";
     return fit;
   }
   fit.top = height->top;
-  fit.height_mm = height->surface.highest;
+  fit.height_mm = height->height_mm;
+  fit.height_adjustment_mm = height->adjustment_mm;
 
   const Grade grade = grade_box(face, *outline, height->surface, fit.width_mm, frame.heights.size(),
                                 options.grading);

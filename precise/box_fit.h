@@ -28,9 +28,17 @@ struct BoxFit {
   // rectangle is fitted.
   cv::Point3f centre_mm;
   float confidence = 0.0f;  // 0 to 1, from how well the outline and top fit
-  // The sums the height was fitted from, x along the top's longer side.
+  // The sums the height was fitted from, x along the top's longer side, and
+  // what the height adds to their surface's highest point (see TopHeight).
   TopMoments top;
+  float height_adjustment_mm = 0.0f;
   const char* reason = "";  // why it is not measured
+};
+
+// What a fit reuses from box to box and frame to frame.
+struct FitBuffers {
+  OutlineBuffers outline;
+  HeightBuffers height;
 };
 
 // The stages' options a fit runs with.

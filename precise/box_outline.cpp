@@ -8,6 +8,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "precise/binary_morphology.h"
+#include "precise/convex_polygon.h"
 #include "precise/min_area_rectangle.h"
 #include "precise/option_checks.h"
 
@@ -28,48 +29,6 @@ void for_each_set_pixel(const cv::Mat1b& mask, Visit visit) {
       std::uint64_t eight = 0;
       while (u + 8 <= mask.cols && (std::memcpy(&eight, row + u, 8), eight == 0)) u += 8;
       if (u < mask.cols && row[u]) visit(u, v);
-    }
-  }
-}
-
-// Where row y crosses a convex polygon: the columns from x0 to x1.
-bool convex_span(const std::array<cv::Point2f, 4>& polygon, float y, float& x0, float& x1) {
-  bool crossed = false;
-  for (int i = 0; i < 4; ++i) {
-    const cv::Point2f& a = polygon[i];
-    const cv::Point2f& b = polygon[(i + 1) % 4];
-    if ((y < a.y && y < b.y) || (y > a.y && y > b.y)) continue;
-    const float x = a.y == b.y ? std::min(a.x, b.x) : a.x + (y - a.y) * (b.x - a.x) / (b.y - a.y);
-    const float x_end = a.y == b.y ? std::max(a.x, b.x) : x;
-    x0 = crossed ? std::min(x0, x) : x;
-    x1 = crossed ? std::max(x1, x_end) : x_end;
-    crossed = true;
-  }
-  return crossed;
-}
-
-// Calls visit(u, v) for each pixel of a `size` image whose centre lies in the
-// convex `outer` polygon but not in `inner`, row by row.
-template <typename Visit>
-void for_each_ring_pixel(const std::array<cv::Point2f, 4>& outer,
-                         const std::array<cv::Point2f, 4>& inner, cv::Size size, Visit visit) {
-  for (int v = 0; v < size.height; ++v) {
-    float x0, x1, hole0, hole1;
-    if (!convex_span(outer, static_cast<float>(v), x0, x1)) continue;
-    const int u0 = std::max(0, static_cast<int>(std::ceil(x0)));
-    const int u1 = std::min(size.width - 1, static_cast<int>(std::floor(x1)));
-    int skip0 = u1 + 1;
-    int skip1 = u1;
-    if (convex_span(inner, static_cast<float>(v), hole0, hole1)) {
-      skip0 = static_cast<int>(std::ceil(hole0));
-      skip1 = static_cast<int>(std::floor(hole1));
-    }
-    for (int u = u0; u <= u1; ++u) {
-      if (u >= skip0 && u <= skip1) {
-        u = skip1;
-        continue;
-      }
-      visit(u, v);
     }
   }
 }
@@ -189,7 +148,7 @@ float rim_drop(float r, float d) {
 // drop times the tangent of its angle. The radius whose rounding fits them
 // best (each misfit counted up to twice the noise), by enough to earn its
 // parameter; none without such a side.
-float estimate_rim_radius(const std::vector<FitBuffers::RingPixel>& ring,
+float estimate_rim_radius(const std::vector<OutlineBuffers::RingPixel>& ring,
                           const PlaneRectangle& rect, const TopPlane& plane, const bool standing[4],
                           float rim, float blur, const OutlineOptions& options,
                           std::vector<float>& values, std::vector<float>& misfits) {
@@ -198,7 +157,7 @@ float estimate_rim_radius(const std::vector<FitBuffers::RingPixel>& ring,
   for (int side = 0; side < 4; ++side)
     slant[side] = std::max(0.0f, -grazing_tangent(rect, plane, side));
   values.clear();  // triples: where the ray meets the plane inside the side, drop, side
-  for (const FitBuffers::RingPixel& r : ring) {
+  for (const OutlineBuffers::RingPixel& r : ring) {
     if (r.side < 0 || !standing[r.side] || std::isnan(r.h) || r.h < rim - reach) continue;
     const float inside = rect.offset(r.side) - r.q.dot(rect.normal(r.side));
     if (inside < blur || inside > reach) continue;
@@ -319,6 +278,19 @@ std::optional<float> EdgeCounts::edge() const {
   return static_cast<float>(low_ + step_ * (sum / count));
 }
 
+bool grown_corners(const TopOutline& outline, const TopPlane& plane, float grow,
+                   const CameraIntrinsics& k, std::array<cv::Point2f, 4>& corners) {
+  PlaneRectangle grown = outline.rectangle;
+  grown.half[0] = std::max(0.0f, grown.half[0] + grow);
+  grown.half[1] = std::max(0.0f, grown.half[1] + grow);
+  for (int i = 0; i < 4; ++i) {
+    const cv::Vec3f p = plane.point(grown.corner(i));
+    if (!(p[2] > 1.0f)) return false;
+    corners[i] = point_to_pixel(cv::Point3f(p[0], p[1], p[2]), k);
+  }
+  return true;
+}
+
 TopPlane plane_at(const FloorPlane& floor, float height) {
   TopPlane b;
   b.n = floor.normal;
@@ -330,7 +302,7 @@ TopPlane plane_at(const FloorPlane& floor, float height) {
 }
 
 std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& face, float depth,
-                                      const OutlineOptions& options, FitBuffers& buffers,
+                                      const OutlineOptions& options, OutlineBuffers& buffers,
                                       const char*& reason) {
   const cv::Mat1f& heights = frame.heights;
   const int width = heights.cols;
@@ -448,7 +420,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     return label == face.region || label == -2 - face.region;
   };
   for_each_ring_pixel(*outer, *inner, roi.size(), [&](int u, int v) {
-    FitBuffers::RingPixel r;
+    OutlineBuffers::RingPixel r;
     r.u = u + roi.x;
     r.v = v + roi.y;
     if (!on_plane(float(u + roi.x), float(v + roi.y), r.q)) return;
@@ -484,7 +456,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     int bins[4];
     float side_reach[4];
     for (int side = 0; side < 4; ++side) {
-      FitBuffers::Side& b = buffers.sides[side];
+      OutlineBuffers::Side& b = buffers.sides[side];
       b.below.clear();
       b.beyond.clear();
       b.near = 0;
@@ -494,7 +466,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
       side_reach[side] = options.side_reach * rect.half_length(side);
       bins[side] = std::clamp(
           static_cast<int>(2.0f * side_reach[side] / (options.stretch_pixels * pixel_mm)), 3,
-          FitBuffers::kMaxBins);
+          OutlineBuffers::kMaxBins);
       b.across.reset(-step_band, resolution, steps);
       for (int bin = 0; bin < bins[side]; ++bin) b.along[bin].reset(-step_band, resolution, steps);
       // The side's face is in view when the camera stands outside its plane.
@@ -507,7 +479,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     const cv::Point2f axis = rect.axis();
     const cv::Point2f across = rect.across();
     const float beyond_from = options.beyond_pixels * pixel_mm;
-    for (FitBuffers::RingPixel& r : ring) {
+    for (OutlineBuffers::RingPixel& r : ring) {
       const cv::Point2f d = r.q - rect.centre;
       const float x = d.dot(axis);
       const float y = d.dot(across);
@@ -537,7 +509,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     mixed_pixels = 0.0f;
     hiding_length = 0.0f;
     for (int side = 0; side < 4; ++side) {
-      FitBuffers::Side& b = buffers.sides[side];
+      OutlineBuffers::Side& b = buffers.sides[side];
       float level = 0.0f;
       if (!b.beyond.empty()) {
         std::nth_element(b.beyond.begin(), b.beyond.begin() + b.beyond.size() / 2, b.beyond.end());
@@ -546,7 +518,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
       middle[side] = 0.5f * (rim + level);
       const float clear = std::max(on_tolerance, options.mixed_margin * (rim - level));
       b.mixed.clear();
-      for (const FitBuffers::RingPixel& r : ring) {
+      for (const OutlineBuffers::RingPixel& r : ring) {
         if (r.side == side && std::abs(r.s) <= step_band && r.h > level + clear &&
             r.h < rim - clear) {
           b.mixed.push_back(r.h);
@@ -563,9 +535,9 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     }
     const float missing_from = options.missing_from_pixels * pixel_mm;
     const float missing_to = options.missing_to_pixels * pixel_mm;
-    for (const FitBuffers::RingPixel& r : ring) {
+    for (const OutlineBuffers::RingPixel& r : ring) {
       if (r.side < 0) continue;
-      FitBuffers::Side& b = buffers.sides[r.side];
+      OutlineBuffers::Side& b = buffers.sides[r.side];
       const float s = r.s;
       const bool higher = !std::isnan(r.h) && r.h > rim + on_tolerance;
       if (s > 0.0f && s < 2.0f * pixel_mm) {
@@ -599,7 +571,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     int residual_count = 0;
     hidden = false;
     for (int side = 0; side < 4; ++side) {
-      FitBuffers::Side& b = buffers.sides[side];
+      OutlineBuffers::Side& b = buffers.sides[side];
       const cv::Point2f normal = rect.normal(side);
       const cv::Point2f tangent = rect.tangent(side);
       const float offset = rect.offset(side);
@@ -670,7 +642,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
       const cv::Point2f a = rect.axis();
       const cv::Point2f c = rect.across();
       ring.erase(std::remove_if(ring.begin(), ring.end(),
-                                [&](const FitBuffers::RingPixel& r) {
+                                [&](const OutlineBuffers::RingPixel& r) {
                                   if (r.below_valid) return false;
                                   const cv::Point2f d = r.q - rect.centre;
                                   const float sx = std::abs(std::abs(d.dot(a)) - rect.half[0]);

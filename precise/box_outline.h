@@ -117,7 +117,7 @@ struct OutlineOptions {
   float rim_evidence = 4.0f;
   // Each side's band stops this share of its half length short of the
   // corners; the edge's course is followed in stretches of about
-  // stretch_pixels pixels, at most FitBuffers::kMaxBins.
+  // stretch_pixels pixels, at most OutlineBuffers::kMaxBins.
   float side_reach = 0.8f;
   float stretch_pixels = 6.0f;
   // Edges are placed to this share of a pixel.
@@ -160,7 +160,7 @@ class EdgeCounts {
 };
 
 // Buffers an outline reuses from box to box and frame to frame.
-struct FitBuffers {
+struct OutlineBuffers {
   // Canvases of the largest region so far; a fit uses views of its own size.
   cv::Mat1b face, rim, inner, morphology;
   std::vector<cv::Point2f> sorted, hull;  // for the first rectangle
@@ -238,10 +238,16 @@ struct TopOutline {
   }
 };
 
+// The outline's corners in the image when grown by `grow` mm (shrunk when
+// negative) on `plane` (its own, or another parallel to the floor: the
+// floor's, for the box's base); false when a corner lies behind the camera.
+bool grown_corners(const TopOutline& outline, const TopPlane& plane, float grow,
+                   const CameraIntrinsics& k, std::array<cv::Point2f, 4>& corners);
+
 // The outline of `face`, whose pixels lie `depth_mm` from the camera (their
 // median); nothing, with `reason` set, when it has none.
 std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& face, float depth_mm,
-                                      const OutlineOptions& options, FitBuffers& buffers,
+                                      const OutlineOptions& options, OutlineBuffers& buffers,
                                       const char*& reason);
 
 }  // namespace boxdim::precise

@@ -27,24 +27,24 @@ struct SurfaceModel {
 // The surfaces a top takes, simplest first: level; a lid held level by its
 // four walls that sags or bulges between them; a plane (a box not quite
 // square on the floor, or a floor a little off); such a lid on such a
-// plane; and any biquadratic surface. The held lid needs one term where the
-// general surface needs six: its rim height comes from every height of the
-// top, not from the few at the noisiest corners.
-const std::array<SurfaceModel, 5>& surface_models() {
-  static const std::array<SurfaceModel, 5> models = [] {
+// plane. Each is held by the walls, so that its rim height comes from every
+// height of the top: a general curved surface would read it from the few
+// at the noisiest corners, and overshoot where a lid does not curve (one
+// flap over the other). Whatever else the lid does, the heights themselves
+// tell (see TopHeight).
+const std::array<SurfaceModel, 4>& surface_models() {
+  static const std::array<SurfaceModel, 4> models = [] {
     // (1 - x^2)(1 - y^2) = 1 - x^2 - y^2 + x^2 y^2: nothing at the rim.
     const double lid[kTerms] = {1, 0, 0, -1, 0, -1, 0, 0, 1};
-    std::array<SurfaceModel, 5> m;
+    std::array<SurfaceModel, 4> m;
     m[0].used = 1;
     m[1].used = 2;
     m[2].used = 3;
     m[3].used = 4;
-    m[4].used = kTerms;
     for (SurfaceModel& model : m) model.terms[0][0] = 1.0;
     std::copy(lid, lid + kTerms, m[1].terms[1]);
     for (int i = 1; i < 3; ++i) m[2].terms[i][i] = m[3].terms[i][i] = 1.0;
     std::copy(lid, lid + kTerms, m[3].terms[3]);
-    for (int i = 0; i < kTerms; ++i) m[4].terms[i][i] = 1.0;
     return m;
   }();
   return models;
@@ -153,6 +153,14 @@ TopMoments TopMoments::flipped(bool flip_x, bool flip_y) const {
   return t;
 }
 
+double TopSurface::at(float x, float y) const {
+  double t[kTerms];
+  terms(x, y, t);
+  double value = 0.0;
+  for (int i = 0; i < kTerms; ++i) value += coefficients[i] * t[i];
+  return value;
+}
+
 TopSurface fit_top_surface(const TopMoments& m, float half_x, float half_y) {
   cv::Matx<double, kTerms, kTerms> ata;
   cv::Matx<double, kTerms, 1> atb;
@@ -196,14 +204,12 @@ TopSurface fit_top_surface(const TopMoments& m, float half_x, float half_y) {
     surface.rms = static_cast<float>(std::sqrt(rss / n));
     surface.slope = static_cast<float>(std::hypot(coefficients[1] / std::max(1.0f, half_x),
                                                   coefficients[2] / std::max(1.0f, half_y)));
+    std::copy(coefficients, coefficients + kTerms, surface.coefficients);
     double highest = -std::numeric_limits<double>::infinity();
     for (int gy = 0; gy < kHeightGrid; ++gy) {
       for (int gx = 0; gx < kHeightGrid; ++gx) {
-        double t[kTerms];
-        terms(-1.0f + 2.0f * gx / (kHeightGrid - 1), -1.0f + 2.0f * gy / (kHeightGrid - 1), t);
-        double value = 0.0;
-        for (int i = 0; i < kTerms; ++i) value += coefficients[i] * t[i];
-        highest = std::max(highest, value);
+        highest = std::max(highest, surface.at(-1.0f + 2.0f * gx / (kHeightGrid - 1),
+                                               -1.0f + 2.0f * gy / (kHeightGrid - 1)));
       }
     }
     surface.highest = static_cast<float>(highest);

@@ -86,7 +86,7 @@ void BoxTracker::follow(Track& track, const Sighting& sighting, float seconds, s
   track.missed = 0;
   const bool still = norm(track.velocity) < kStillSpeed;
   if (sighting.status == BoxStatus::kMeasured) {
-    track.fusion.add(sighting.dimensions, sighting.top);
+    track.fusion.add(sighting.dimensions, sighting.top, sighting.height_adjustment_mm);
     track.reading = track.fusion.reading();
     ++track.measured_in_a_row;
     track.measured_still = still ? track.measured_still + 1 : 0;

@@ -27,6 +27,8 @@ struct Sighting {
   // The sums of its top's heights, x along the top's longer side, when
   // measured (none: the height is the median of the frames').
   const precise::TopMoments* top = nullptr;
+  // What its height adds to the highest point of the surface of those sums.
+  float height_adjustment_mm = 0.0f;
 };
 
 // What the tracker made of a sighting: its track (-1: none, for a box too

@@ -27,9 +27,11 @@ std::pair<float, float> median_and_spread(float* values, int n) {
 
 }  // namespace
 
-void ReadingFusion::add(const BoxDimensions& dimensions, const precise::TopMoments* top) {
+void ReadingFusion::add(const BoxDimensions& dimensions, const precise::TopMoments* top,
+                        float height_adjustment_mm) {
   if (top != nullptr && top->n > 0.0) add_heights(dimensions, *top);
   samples_[next_] = dimensions;
+  adjustments_[next_] = height_adjustment_mm;
   next_ = (next_ + 1) % kCapacity;
   count_ = std::min(count_ + 1, kCapacity);
   ++total_;
@@ -61,9 +63,9 @@ void ReadingFusion::add_heights(const BoxDimensions& dimensions, const precise::
   ++newer_top_frames_;
   precise::TopMoments all = older_top_;
   all += newer_top_;
-  summed_height_ = precise::fit_top_surface(all, 0.5f * dimensions.box_length,
-                                            0.5f * dimensions.box_width)
-                       .highest;
+  summed_height_ =
+      precise::fit_top_surface(all, 0.5f * dimensions.box_length, 0.5f * dimensions.box_width)
+          .highest;
 }
 
 void ReadingFusion::clear() {
@@ -103,7 +105,11 @@ FusedReading ReadingFusion::reading() const {
   // The height's uncertainty stays that of the frames' median: the summed
   // fit would claim far less, as if no two heights of a frame shared an
   // error (they share the floor's).
-  if (summed_height_) fused.dimensions.box_height = *summed_height_;
+  // The summed surface's highest point, adjusted as the frames are.
+  if (summed_height_) {
+    std::copy(adjustments_.begin(), adjustments_.begin() + count_, values.begin());
+    fused.dimensions.box_height = *summed_height_ + median_and_spread(values.data(), count_).first;
+  }
   return fused;
 }
 

@@ -22,9 +22,11 @@ class ReadingFusion {
   static constexpr int kCapacity = 256;
 
   // A frame's dimensions and, when known, the sums of its top's heights (x
-  // along the top's longer side). A frame whose height is far off the
-  // others' adds no heights.
-  void add(const BoxDimensions& dimensions, const precise::TopMoments* top = nullptr);
+  // along the top's longer side) and what its height adds to their
+  // surface's highest point (a raised part of the lid, the floor around the
+  // box). A frame whose height is far off the others' adds no heights.
+  void add(const BoxDimensions& dimensions, const precise::TopMoments* top = nullptr,
+           float height_adjustment_mm = 0.0f);
   void clear();
   // The frames added since the last clear(), all of them, not only those held.
   int frames() const { return total_; }
@@ -33,8 +35,9 @@ class ReadingFusion {
 
  private:
   std::array<BoxDimensions, kCapacity> samples_{};
-  int count_ = 0;  // held, up to kCapacity
-  int next_ = 0;   // where the next sample goes
+  std::array<float, kCapacity> adjustments_{};  // index-parallel to samples_
+  int count_ = 0;                               // held, up to kCapacity
+  int next_ = 0;                                // where the next sample goes
   int total_ = 0;
 
   void add_heights(const BoxDimensions& dimensions, const precise::TopMoments& top);

@@ -15,6 +15,7 @@ void sightings_of(const std::vector<precise::BoxFit>& fits, std::vector<Sighting
     sighting.dimensions = {fits[i].length_mm, fits[i].width_mm, fits[i].height_mm};
     sighting.corners_px = fits[i].corners_px;
     sighting.top = &fits[i].top;
+    sighting.height_adjustment_mm = fits[i].height_adjustment_mm;
   }
 }
 

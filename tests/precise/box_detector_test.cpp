@@ -280,3 +280,118 @@ INSTANTIATE_TEST_SUITE_P(
 
 }  // namespace
 }  // namespace boxdim::precise
+
+namespace boxdim::precise {
+namespace {
+
+// What real cameras and cartons do to a box that stands wholly in view, one
+// effect at a time, on a 400 x 300 x 200 mm carton 1.2 m below the camera:
+// the box is measured, to within the case's tolerance, and its height is
+// its lid's highest point above the floor around it.
+struct CartonCase {
+  std::string name;
+  void (*change)(SceneParameters&);
+  float footprint_mm;  // length and width within this
+  float height_mm;     // and the height
+};
+
+void PrintTo(const CartonCase& c, std::ostream* os) { *os << c.name; }
+
+SceneParameters physical_carton() {
+  SceneParameters s;
+  s.camera_height_mm = 1200.0f;
+  s.yaw_deg = 23.0f;
+  s.offset_mm = {120.0f, -60.0f};
+  s.sensor.footprint_samples = 4;
+  s.noise.sigma_at_1m_mm = 1.0f;
+  s.noise.dropout_probability = 0.002f;
+  return s;
+}
+
+class CartonTest : public ::testing::TestWithParam<CartonCase> {};
+
+TEST_P(CartonTest, IsMeasuredThroughWhatTheCameraAndTheCartonDo) {
+  const CartonCase& c = GetParam();
+  SceneParameters scene = physical_carton();
+  c.change(scene);
+  const RenderedScene rendered = render_scene(scene);
+  BoxDetector detector;
+  const std::vector<BoxFit>& fits = detector.detect(rendered.depth, scene.intrinsics, kSeed);
+  ASSERT_EQ(fits.size(), 1u) << detector.problem();
+  const BoxFit& fit = fits[0];
+  ASSERT_EQ(fit.status, BoxStatus::kMeasured) << fit.reason;
+  const BoxDimensions& truth = rendered.truth.dimensions;
+  EXPECT_NEAR(fit.length_mm, truth.box_length, c.footprint_mm);
+  EXPECT_NEAR(fit.width_mm, truth.box_width, c.footprint_mm);
+  EXPECT_NEAR(fit.height_mm, truth.box_height, c.height_mm);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Effects, CartonTest,
+    ::testing::Values(CartonCase{"edge_pixels_mixed", [](SceneParameters&) {}, 1.0f, 0.5f},
+                      // The filter blanks a band across every hiding edge, on both sides.
+                      CartonCase{"weak_flying_pixel_filter",
+                                 [](SceneParameters& s) {
+                                   s.sensor.flying_filter = FlyingPixelFilter::kWeak;
+                                 },
+                                 1.5f, 0.5f},
+                      CartonCase{"strong_filter_and_a_tilt_that_shows_a_side",
+                                 [](SceneParameters& s) {
+                                   s.sensor.flying_filter = FlyingPixelFilter::kStrong;
+                                   s.tilt_deg = 12.0f;
+                                 },
+                                 1.5f, 0.5f},
+                      CartonCase{"structured_light_steps_and_blur",
+                                 [](SceneParameters& s) {
+                                   s.sensor.sensing = DepthSensing::kStructuredLight;
+                                   s.sensor.depth_step_at_1m_mm = 2.5f;
+                                   s.sensor.edge_blur_px = 1.2f;
+                                 },
+                                 2.0f, 1.0f},
+                      // A crack between the flaps, blanked by the filter: one top still.
+                      CartonCase{"crack_between_the_flaps",
+                                 [](SceneParameters& s) {
+                                   s.sensor.flying_filter = FlyingPixelFilter::kStrong;
+                                   s.top.seam.present = true;
+                                   s.top.seam.crack_width_mm = 5.0f;
+                                   s.top.seam.crack_depth_mm = 50.0f;
+                                 },
+                                 1.5f, 0.5f},
+                      // One flap 5 mm over the other: the height is the higher flap's.
+                      CartonCase{"one_flap_over_the_other",
+                                 [](SceneParameters& s) {
+                                   s.top.seam.present = true;
+                                   s.top.seam.step_mm = 5.0f;
+                                 },
+                                 1.5f, 1.0f},
+                      CartonCase{"a_bump_off_centre",
+                                 [](SceneParameters& s) {
+                                   s.top.bumps = {TopBump{{90.0f, 60.0f}, 6.0f, 40.0f}};
+                                 },
+                                 1.5f, 1.5f},
+                      // The table gives 3 mm under the box: the height is from the floor
+                      // around it, not from the plane of the whole table.
+                      CartonCase{"table_giving_under_the_box",
+                                 [](SceneParameters& s) {
+                                   s.table.dip_mm = 3.0f;
+                                   s.table.dip_radius_mm = 250.0f;
+                                 },
+                                 1.0f, 0.7f},
+                      // The enclosing cuboid of a notched carton is its whole outline.
+                      CartonCase{"a_notch_in_the_top",
+                                 [](SceneParameters& s) {
+                                   s.top.notches = {TopNotch{1, 40.0f, 70.0f, 35.0f, 60.0f}};
+                                 },
+                                 1.5f, 1.0f},
+                      // A rim rounded to 10 mm, with sides in view to read it from.
+                      CartonCase{"a_rounded_rim",
+                                 [](SceneParameters& s) {
+                                   s.top.rim_radius_mm = 10.0f;
+                                   s.tilt_deg = 12.0f;
+                                   s.offset_mm = {120.0f, 150.0f};
+                                 },
+                                 1.5f, 0.5f}),
+    [](const auto& info) { return info.param.name; });
+
+}  // namespace
+}  // namespace boxdim::precise

@@ -26,8 +26,10 @@ TopMoments sampled(const SurfaceCase& c, int from, int to, float noise, std::uin
   TopMoments m;
   for (int i = from; i < to; ++i) {
     for (int j = 0; j < 40; ++j) {
-      const float x = -0.95f + 1.9f * i / 39.0f;
-      const float y = -0.95f + 1.9f * j / 39.0f;
+      // Heights up to the top's edges: the general surface is trusted as far
+      // as its heights reach.
+      const float x = -1.0f + 2.0f * i / 39.0f;
+      const float y = -1.0f + 2.0f * j / 39.0f;
       m.add(x, y, c.height(x, y) + (noise > 0.0f ? error(rng) : 0.0f));
     }
   }
@@ -76,11 +78,7 @@ INSTANTIATE_TEST_SUITE_P(
                     [](float x, float y) {
                       return 200.0f + 2.0f * x + 1.0f * y - 6.0f * (1 - x * x) * (1 - y * y);
                     },
-                    203.0f},
-        // No lid holds this shape: a top pressed down along one side.
-        SurfaceCase{"saddle",
-                    [](float x, float y) { return 200.0f + 3.0f * x * y + 1.5f * x * x * y; },
-                    204.5f}),
+                    203.0f}),
     [](const auto& info) { return info.param.name; });
 
 // Under noise a small bulge is not worth a curved surface: the fit settles
