@@ -55,6 +55,16 @@ CameraIntrinsics parse_intrinsics(const std::string& text) {
   return {v[0], v[1], v[2], v[3]};
 }
 
+// The station's division, for every command that measures.
+void add_division_option(CLI::App* cmd, float& division_mm) {
+  cmd->add_option("--division", division_mm,
+                  "The station's division in mm: a box whose size cannot be told within it is "
+                  "reported uncertain, without numbers")
+      ->type_name("MM")
+      ->check(decimal_in<float>(0.1f, 1000.0f))
+      ->capture_default_str();
+}
+
 // Seeds are whole numbers from 0 to 2^64 - 1.
 constexpr std::uint64_t kMaxSeed = std::numeric_limits<std::uint64_t>::max();
 
@@ -93,6 +103,7 @@ void add_measure_command(CLI::App& app, MeasureArguments& args) {
       ->check(decimal_in<std::uint64_t>(0, kMaxSeed));
   cmd->add_flag("--json", args.options.json, "One JSON object per file on standard output");
   add_engine_option(cmd, args.options.engine);
+  add_division_option(cmd, args.options.division_mm);
   cmd->add_option("--annotate", args.options.annotate_dir,
                   "Write each frame's picture as DIR/<file stem>.png");
   cmd->add_option("FILE", args.options.files, "Depth frames: raw 16-bit, or 16-bit PNG/TIFF")
@@ -163,6 +174,7 @@ void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
       ->check(CLI::IsMember(families))
       ->capture_default_str();
   add_engine_option(cmd, args.engine, "Measure with this engine only (default: every engine)");
+  add_division_option(cmd, args.options.division_mm);
   cmd->add_option("--csv", args.options.csv_path, "Write one row per scene and engine to FILE");
   cmd->add_option("--plot", args.options.plot_path,
                   "Draw the errors against camera tilt and distance into FILE.png");
@@ -179,6 +191,7 @@ void add_live_command(CLI::App& app, LiveArguments& args) {
       ->check(decimal_in(1LL, kMaxLiveFrames));
   cmd->add_flag("--json", args.options.json, "One JSON object per frame on standard output");
   add_engine_option(cmd, args.options.engine);
+  add_division_option(cmd, args.options.division_mm);
   cmd->add_flag("--events", args.options.events,
                 "Print the tracker's events (placed, measured, removed) instead of a line per "
                 "frame; runs the precise engine");
@@ -211,6 +224,7 @@ void add_serve_command(CLI::App& app, ServeArguments& args) {
   cmd->add_option("--token", args.options.token,
                   "Every API request must carry 'Authorization: Bearer TOKEN'");
   add_engine_option(cmd, args.options.engine);
+  add_division_option(cmd, args.options.division_mm);
 }
 
 ServeOptions finish_serve(const CLI::App& app, ServeArguments& args) {

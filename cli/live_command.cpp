@@ -99,6 +99,7 @@ int run_live(const LiveOptions& options, std::ostream& out, std::ostream& err) {
   context.log = &err;
   context.error_log = &err;
   context.draw_pictures = false;  // nothing is shown
+  context.division_mm = options.division_mm;
   CameraEngines engines(options.engine, context);
   CameraSourceOptions source_options;
   source_options.stop_requested = [] { return StopSignals::requested() != 0; };

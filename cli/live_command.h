@@ -23,6 +23,9 @@ struct LiveOptions {
   std::string capture_dir;
   // A window per camera showing the boxes followed (needs a display).
   bool view = false;
+  // The station's division (mm): a box whose size cannot be told within it
+  // is uncertain.
+  float division_mm = 5.0f;
 };
 
 // Exit status of a camera problem: no camera found, an SDK call failed, or

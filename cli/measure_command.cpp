@@ -84,6 +84,7 @@ int run_measure(const MeasureOptions& options, std::ostream& out, std::ostream& 
   context.log = options.json ? &err : &out;
   context.error_log = &err;
   context.draw_pictures = !pictures.empty();
+  context.division_mm = options.division_mm;
   if (options.seed) {
     const std::time_t seed = *options.seed;
     context.seed_clock = [seed] { return seed; };

@@ -23,6 +23,9 @@ struct MeasureOptions {
   bool json = false;
   std::string annotate_dir;  // empty: no pictures
   std::vector<std::string> files;
+  // The station's division (mm): a box whose size cannot be told within it
+  // is uncertain.
+  float division_mm = 5.0f;
 };
 
 // Exit status: 0 every file measured, 1 some measurement failed, 2 some file

@@ -14,6 +14,9 @@ std::string result_text(const MeasurementResult& result) {
     text << std::fixed << std::setprecision(1) << "length " << box->dimensions.box_length
          << " mm, width " << box->dimensions.box_width << " mm, height "
          << box->dimensions.box_height << " mm";
+  } else if (result.failure && result.failure->stage == box_status_name(BoxStatus::kUncertain)) {
+    // Not a failure: a refusal, with its reason.
+    text << "not measured (uncertain: " << result.failure->message << ")";
   } else if (result.failure) {
     text << "not measured (" << result.failure->stage << " failed)";
   } else {
@@ -47,8 +50,13 @@ nlohmann::json box_json(const BoxMeasurement& box) {
           {"height_mm", dimension(box.dimensions.box_height)},
           {"corners_px", corners_json(box.corners_px)},
           {"center_px", {json_number(box.centre_px.x), json_number(box.centre_px.y)}},
-          {"confidence", box.confidence ? nlohmann::json(json_number(*box.confidence))
-                                        : nlohmann::json(nullptr)}};
+          {"confidence",
+           box.confidence ? nlohmann::json(json_number(*box.confidence)) : nlohmann::json(nullptr)},
+          {"uncertainty_mm", box.uncertainty
+                                 ? nlohmann::json({json_number(box.uncertainty->box_length),
+                                                   json_number(box.uncertainty->box_width),
+                                                   json_number(box.uncertainty->box_height)})
+                                 : nlohmann::json(nullptr)}};
 }
 
 }  // namespace

@@ -48,16 +48,16 @@ int run_serve(const ServeOptions& options, std::ostream& out, std::ostream& err)
   service::EventHub hub;
   service::StationOptions station_options;
   station_options.engine = options.engine;
+  station_options.division_mm = options.division_mm;
   service::StationService station(station_options, *history, hub, err);
 
   httplib::Server server;
   service::ApiOptions api_options;
   api_options.token = options.token;
   service::install_api(server, station, *history, hub, api_options);
-  const int port = options.port == 0 ? server.bind_to_any_port(options.host)
-                                     : (server.bind_to_port(options.host, options.port)
-                                            ? options.port
-                                            : -1);
+  const int port = options.port == 0
+                       ? server.bind_to_any_port(options.host)
+                       : (server.bind_to_port(options.host, options.port) ? options.port : -1);
   if (port <= 0) {
     err << "boxdim-cli serve: cannot listen on " << options.host << ':' << options.port
         << " (in use, or not an address of this machine)\n";
@@ -68,10 +68,10 @@ int run_serve(const ServeOptions& options, std::ostream& out, std::ostream& err)
       options.host.find(':') != std::string::npos ? "[" + options.host + "]" : options.host;
   int status = 0;
   try {
-    write_line(out,
-               "boxdim-cli serve: listening on http://" + shown_host + ":" +
-                   std::to_string(port) + "/",
-               kStandardOutput);
+    write_line(
+        out,
+        "boxdim-cli serve: listening on http://" + shown_host + ":" + std::to_string(port) + "/",
+        kStandardOutput);
   } catch (const OutputError& e) {
     err << "boxdim-cli serve: " << e.what() << '\n';
     status = kExitOutputFailed;
@@ -89,7 +89,8 @@ int run_serve(const ServeOptions& options, std::ostream& out, std::ostream& err)
   const service::ServiceStatus final_status = station.status();
   err << "boxdim-cli serve: " << final_status.frames_measured << " frames measured, "
       << final_status.measured_events << " boxes measured";
-  if (const int signal = StopSignals::requested()) err << ", stopped by " << StopSignals::name(signal);
+  if (const int signal = StopSignals::requested())
+    err << ", stopped by " << StopSignals::name(signal);
   err << '\n';
   return status;
 }

@@ -16,6 +16,9 @@ struct ServeOptions {
   std::string data_dir = "boxdim-data";
   std::string token;
   std::string engine = "precise";
+  // The station's division (mm): a box whose size cannot be told within it
+  // is uncertain.
+  float division_mm = 5.0f;
 };
 
 // Exit status when the service cannot listen where it was asked to.

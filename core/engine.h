@@ -25,6 +25,9 @@ struct EngineContext {
   // costs time that a program that shows nothing need not spend. The station
   // pipeline draws as part of its frame preparation either way.
   bool draw_pictures = true;
+  // The station's division (mm): an engine that grades its boxes reports
+  // one whose size it cannot tell within it as uncertain.
+  float division_mm = 5.0f;
 };
 
 class Engine {

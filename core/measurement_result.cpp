@@ -12,6 +12,8 @@ const char* box_status_name(BoxStatus status) {
       return "irregular";
     case BoxStatus::kTooSmall:
       return "too_small";
+    case BoxStatus::kUncertain:
+      return "uncertain";
   }
   return "unknown";
 }

@@ -21,9 +21,10 @@ enum class BoxStatus {
   kPartial,    // cut by the frame's border or by missing data
   kIrregular,  // the top face is not a rectangle
   kTooSmall,   // a side under the smallest box measured
+  kUncertain,  // its size cannot be told within the station's division
 };
 
-// "measured", "partial", "irregular", "too_small".
+// "measured", "partial", "irregular", "too_small", "uncertain".
 const char* box_status_name(BoxStatus status);
 
 struct BoxMeasurement {
@@ -37,6 +38,9 @@ struct BoxMeasurement {
   std::optional<int> track_id;        // when an engine follows boxes from frame to frame
   std::optional<FusedReading> fused;  // its track's reading, once measured in a frame
   std::optional<float> confidence;    // 0 to 1, when an engine grades its boxes
+  // Each dimension's uncertainty (mm, about 95 % of errors within it), when
+  // an engine tells it (for measured and uncertain boxes).
+  std::optional<BoxDimensions> uncertainty;
 };
 
 // Why a frame gave no measured box: the stage that gave up (a stable code,

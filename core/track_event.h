@@ -14,9 +14,13 @@ namespace boxdim {
 // A box's dimensions estimated from all the frames it was measured in.
 struct FusedReading {
   BoxDimensions dimensions;
-  // How far the estimate may be from the box's size (mm): the largest of the
-  // three dimensions' standard errors.
+  // How far the estimate may be from the box's size (mm), each dimension's
+  // (about 95 % of readings within it), and the largest of the three.
+  BoxDimensions uncertainty;
   float uncertainty_mm = 0.0f;
+  // The largest of the medians' standard errors (mm): how far the reading
+  // still moves from frame to frame, which says when it has settled.
+  float standard_error_mm = 0.0f;
   int frames = 0;  // the frames it was measured in
 };
 

@@ -22,6 +22,8 @@ cv::Scalar status_colour(BoxStatus status) {
       return {200, 60, 200};
     case BoxStatus::kTooSmall:
       return {160, 160, 160};
+    case BoxStatus::kUncertain:
+      return {40, 220, 220};
   }
   return {255, 255, 255};
 }

@@ -10,6 +10,7 @@ namespace boxdim {
 PreciseEngine::PreciseEngine(const EngineContext& context)
     : seed_clock_(context.seed_clock), draw_pictures_(context.draw_pictures) {
   if (!seed_clock_) seed_clock_ = [] { return std::time(nullptr); };
+  boxes_.set_division(context.division_mm);
 }
 
 MeasurementResult PreciseEngine::measure(const DepthFrame& frame) {
@@ -53,6 +54,10 @@ void PreciseEngine::measure_into(const DepthFrame& frame, MeasurementResult& res
     if (assignments[index].track_id >= 0) box.track_id = assignments[index].track_id;
     box.fused = assignments[index].reading;
     box.confidence = fit.confidence;
+    box.uncertainty.reset();
+    if (fit.status == BoxStatus::kMeasured || fit.status == BoxStatus::kUncertain) {
+      box.uncertainty = fit.uncertainty;
+    }
     const double distance = cv::norm(fit.centre_px - image_centre);
     if (fit.status == BoxStatus::kMeasured && (!result.primary || distance < primary_distance)) {
       result.primary = index;

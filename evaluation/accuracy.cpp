@@ -500,8 +500,8 @@ std::vector<SceneParameters> sample_family(const SceneFamily& family, int count,
 }
 
 SceneMeasurement measure_scene(const SceneParameters& scene, const std::string& engine_name,
-                               std::time_t ransac_seed) {
-  return measure_scene(scene, render_scene(scene), engine_name, ransac_seed);
+                               std::time_t ransac_seed, float division_mm) {
+  return measure_scene(scene, render_scene(scene), engine_name, ransac_seed, division_mm);
 }
 
 namespace {
@@ -530,7 +530,8 @@ int stray_detections(const SceneParameters& scene, const RenderedScene& rendered
 }  // namespace
 
 SceneMeasurement measure_scene(const SceneParameters& scene, const RenderedScene& rendered,
-                               const std::string& engine_name, std::time_t ransac_seed) {
+                               const std::string& engine_name, std::time_t ransac_seed,
+                               float division_mm) {
   SceneMeasurement result;
   result.scene = scene;
   result.engine = engine_name;
@@ -542,6 +543,7 @@ SceneMeasurement measure_scene(const SceneParameters& scene, const RenderedScene
   context.error_log = &discarded;
   context.seed_clock = [ransac_seed] { return ransac_seed; };
   context.draw_pictures = false;
+  context.division_mm = division_mm;
   const std::unique_ptr<Engine> engine = create_engine(engine_name, context);
   DepthFrame frame;
   frame.depth = rendered.depth;
@@ -550,12 +552,13 @@ SceneMeasurement measure_scene(const SceneParameters& scene, const RenderedScene
   result.elapsed_ms = measured.elapsed_ms;
   result.stray_detections = stray_detections(scene, rendered, measured);
 
-  // The measured box that stands for the scored one.
+  // The measured box that stands for the scored one (or one whose size the
+  // engine could not tell within the division).
   const cv::Point2f centre = top_centre_px(result.truth);
   const BoxMeasurement* nearest = nullptr;
   double nearest_distance = 0.0;
   for (const BoxMeasurement& box : measured.boxes) {
-    if (box.status != BoxStatus::kMeasured) continue;
+    if (box.status != BoxStatus::kMeasured && box.status != BoxStatus::kUncertain) continue;
     const double distance = cv::norm(box.centre_px - centre);
     if (!nearest || distance < nearest_distance) {
       nearest = &box;
@@ -565,9 +568,14 @@ SceneMeasurement measure_scene(const SceneParameters& scene, const RenderedScene
   const bool stands_for_it =
       nearest && (!scene.with_box || scene.other_boxes.empty() ||
                   nearest_distance <= shortest_top_side_px(result.truth) / 3);
-  if (stands_for_it) {
+  if (stands_for_it && nearest->status == BoxStatus::kUncertain) {
+    result.uncertain = true;
+    result.failed_stage = box_status_name(BoxStatus::kUncertain);
+    result.reason = "its size cannot be told within the division";
+  } else if (stands_for_it) {
     result.ok = true;
     result.measured = nearest->dimensions;
+    result.uncertainty = nearest->uncertainty;
   } else if (nearest) {
     result.failed_stage = "position";
     result.reason = "no measured box where the scored box stands";
@@ -588,6 +596,7 @@ FamilyStatistics summarise(const std::vector<SceneMeasurement>& measurements) {
     ++stats.scenes;
     times.push_back(m.elapsed_ms);
     if (m.stray_detections > 0) ++stats.scenes_with_stray;
+    if (m.uncertain) ++stats.uncertain;
     if (!m.ok) {
       ++stats.failures[m.failed_stage + ": " + m.reason];
       continue;
@@ -600,6 +609,12 @@ FamilyStatistics summarise(const std::vector<SceneMeasurement>& measurements) {
     width.push_back(dw);
     height.push_back(dh);
     if (dl <= kToleranceMm && dw <= kToleranceMm && dh <= kToleranceMm) ++stats.within_tolerance;
+    if (m.uncertainty) {
+      ++stats.with_uncertainty;
+      stats.within_uncertainty[0] += dl <= m.uncertainty->box_length;
+      stats.within_uncertainty[1] += dw <= m.uncertainty->box_width;
+      stats.within_uncertainty[2] += dh <= m.uncertainty->box_height;
+    }
   }
   stats.length = error_statistics(length);
   stats.width = error_statistics(width);

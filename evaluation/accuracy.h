@@ -4,6 +4,7 @@
 // prints them.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
 #include <map>
@@ -98,6 +99,10 @@ struct SceneMeasurement {
   std::string failed_stage;  // why not, when not ok
   std::string reason;        // the failing stage's own message
   BoxDimensions measured;
+  // Each dimension's uncertainty, when the engine tells it.
+  std::optional<BoxDimensions> uncertainty;
+  // The box was found but its size could not be told within the division.
+  bool uncertain = false;
   double elapsed_ms = 0.0;
   // Detections of any status whose centre lies on no box's top in the image:
   // a side, the floor, something that is not a box.
@@ -108,10 +113,11 @@ struct SceneMeasurement {
 // first frame of its camera, the random sampling seeded with `ransac_seed`.
 // The engine's log is discarded; a failure keeps the stage's own message.
 SceneMeasurement measure_scene(const SceneParameters& scene, const std::string& engine,
-                               std::time_t ransac_seed);
+                               std::time_t ransac_seed, float division_mm = 5.0f);
 // The same on a scene already rendered.
 SceneMeasurement measure_scene(const SceneParameters& scene, const RenderedScene& rendered,
-                               const std::string& engine, std::time_t ransac_seed);
+                               const std::string& engine, std::time_t ransac_seed,
+                               float division_mm = 5.0f);
 
 struct ErrorStatistics {
   double median_mm = 0.0;
@@ -136,6 +142,11 @@ struct FamilyStatistics {
   ErrorStatistics length, width, height;  // over the measured scenes
   double median_ms = 0.0;                 // time per frame
   int scenes_with_stray = 0;              // with a detection on no box's top
+  int uncertain = 0;                      // the box found, its size not within the division
+  // Of the measured scenes with an uncertainty, how many, and how many of
+  // their length, width and height errors lie within it.
+  int with_uncertainty = 0;
+  int within_uncertainty[3] = {0, 0, 0};
   // "stage: reason" -> number of scenes.
   std::map<std::string, int> failures;
 
@@ -144,6 +155,15 @@ struct FamilyStatistics {
     return scenes == 0 ? 0.0 : double(within_tolerance) / scenes;
   }
   double stray_rate() const { return scenes == 0 ? 0.0 : double(scenes_with_stray) / scenes; }
+  double uncertain_rate() const { return scenes == 0 ? 0.0 : double(uncertain) / scenes; }
+  // The share of errors within their uncertainty: the lowest of the three
+  // dimensions'.
+  double covered_rate() const {
+    if (with_uncertainty == 0) return 0.0;
+    const int fewest =
+        std::min({within_uncertainty[0], within_uncertainty[1], within_uncertainty[2]});
+    return double(fewest) / with_uncertainty;
+  }
 };
 
 FamilyStatistics summarise(const std::vector<SceneMeasurement>& measurements);

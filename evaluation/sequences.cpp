@@ -17,6 +17,8 @@ constexpr int kFramesPerSecond = 30;
 // How long a box is left before it is taken away: long enough to see
 // whether its reading stays put.
 constexpr double kPlacedForS = 10.5;
+// A field carton rests for less: each of its frames takes some 0.1 s to render.
+constexpr double kFieldPlacedForS = 4.0;
 constexpr double kEmptyBeforeS = 0.5;
 // Frames after the last box left, for its removal to be told.
 constexpr double kEmptyAfterS = 0.7;
@@ -52,11 +54,11 @@ double match_radius_px(const SceneGroundTruth& truth) {
   return std::max(4.0, shortest_side_px(truth.top_corners_px) / 3.0);
 }
 
-SequenceScript placed_script(const SceneParameters& scene) {
+SequenceScript placed_script(const SceneParameters& scene, double placed_for_s = kPlacedForS) {
   SequenceScript script;
   script.scene = scene;
   script.motion.placed_s = kEmptyBeforeS;
-  script.motion.removed_s = kEmptyBeforeS + kPlacedForS;
+  script.motion.removed_s = kEmptyBeforeS + placed_for_s;
   script.frames = frames_for(script.motion.removed_s + kEmptyAfterS);
   script.rests_at_s = {kEmptyBeforeS};
   return script;
@@ -175,7 +177,8 @@ std::vector<SequenceFamily> sequence_families() {
   return {{"placed", SequenceKind::kPlaced},
           {"two-boxes", SequenceKind::kTwoBoxes},
           {"carried", SequenceKind::kCarried},
-          {"empty", SequenceKind::kEmptyFloor}};
+          {"empty", SequenceKind::kEmptyFloor},
+          {"field", SequenceKind::kField}};
 }
 
 std::vector<SequenceScript> sample_sequences(const SequenceFamily& family, int count,
@@ -184,8 +187,10 @@ std::vector<SequenceScript> sample_sequences(const SequenceFamily& family, int c
   const bool two = family.kind == SequenceKind::kTwoBoxes;
   // Two boxes: drawn as cluttered scenes, of which only those whose second
   // box is as wholly in view as the first are kept.
-  SceneSampler sampler(SceneFamily{"", two ? FamilyKind::kCluttered : FamilyKind::kRealistic},
-                       two ? kMaxDrawsPerSequence * count : count, rng());
+  const FamilyKind scenes = two                                   ? FamilyKind::kCluttered
+                            : family.kind == SequenceKind::kField ? FamilyKind::kField
+                                                                  : FamilyKind::kRealistic;
+  SceneSampler sampler(SceneFamily{"", scenes}, two ? kMaxDrawsPerSequence * count : count, rng());
   std::vector<SequenceScript> scripts;
   while (static_cast<int>(scripts.size()) < count) {
     const std::optional<SceneParameters> scene = sampler.next();
@@ -203,6 +208,9 @@ std::vector<SequenceScript> sample_sequences(const SequenceFamily& family, int c
         break;
       case SequenceKind::kEmptyFloor:
         scripts.push_back(empty_script(*scene));
+        break;
+      case SequenceKind::kField:
+        scripts.push_back(placed_script(*scene, kFieldPlacedForS));
         break;
     }
   }

@@ -21,6 +21,7 @@ enum class SequenceKind {
   kTwoBoxes,    // a box put down, a second one 1.7 s later, both taken away
   kCarried,     // a box carried across the view at 0.2 to 1 m/s
   kEmptyFloor,  // no box at all: right when nothing is measured
+  kField,       // a carton of the field family put down, left for 4 s, taken away
 };
 
 struct SequenceFamily {
@@ -28,12 +29,13 @@ struct SequenceFamily {
   SequenceKind kind = SequenceKind::kPlaced;
 };
 
-// "placed", "two-boxes", "carried", "empty".
+// "placed", "two-boxes", "carried", "empty", "field".
 std::vector<SequenceFamily> sequence_families();
 
 // A sequence to film: the scene (its boxes and camera drawn as for the
-// realistic family; two boxes as for the cluttered one), how it moves, and
-// for how long.
+// realistic family; two boxes as for the cluttered one; a field carton as
+// for the field family, whose frames take longer to render, hence its
+// shorter rest), how it moves, and for how long.
 struct SequenceScript {
   SceneParameters scene;
   SceneMotion motion;

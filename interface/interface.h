@@ -27,6 +27,7 @@ enum class DetectionStatus {
   kPartial = 1,    // cut by the image's border or by missing depth: size unknown
   kIrregular = 2,  // the top is not a flat rectangle (two boxes touching, a bag)
   kTooSmall = 3,   // a side under 50 mm, the smallest box measured
+  kUncertain = 4,  // its size cannot be told within the station's division
 };
 
 // One box on the floor. Lengths in millimetres; image points as (column, row)
@@ -42,7 +43,15 @@ struct Detection {
   float corners_px[4][2] = {};
   float corners_mm[4][3] = {};
   float center_px[2] = {};
-  // 0 to 1: how well the top's outline and surface fit a box.
+  // Each dimension's uncertainty (mm, about 95 % of errors within it), for
+  // a measured or an uncertain box; 0 otherwise. An uncertain box's exceeds
+  // the division in at least one dimension.
+  float length_uncertainty_mm = 0.0f;
+  float width_uncertainty_mm = 0.0f;
+  float height_uncertainty_mm = 0.0f;
+  // For a measured or uncertain box, the chance as its uncertainty tells it
+  // that every dimension is within the division; for the others, 0 to 1 from
+  // how well the top's outline fits a rectangle.
   float confidence = 0.0f;
   // The box's track: the same number for the same box from image to image;
   // -1 when it is not followed (a box too small, an irregular top that is
@@ -50,7 +59,7 @@ struct Detection {
   int track_id = -1;
   // The track's reading, fused from every image the box was measured in
   // (the median of its last 256), once there is one: fused_frames > 0. The
-  // uncertainty is the reading's standard error, the largest of the three.
+  // uncertainty is the largest of the three dimensions' (about 95 %).
   float fused_length_mm = 0.0f;
   float fused_width_mm = 0.0f;
   float fused_height_mm = 0.0f;
@@ -60,7 +69,7 @@ struct Detection {
 
 enum class EventKind {
   kPlaced = 0,    // a new box appeared (seen in 3 images, measured in one)
-  kMeasured = 1,  // its fused reading settled; once per box
+  kMeasured = 1,  // its fused reading settled within the division; once per box
   kRemoved = 2,   // it left (unseen for 10 images)
 };
 
@@ -107,6 +116,12 @@ class Interface {
   // can be repeated exactly; by default each image is seeded from the clock.
   virtual void SetSeed(std::uint32_t seed) = 0;
 
+  // The station's division (mm, 5 by default): a box whose size cannot be
+  // told within it is uncertain, and a track's reading is not measured until
+  // it is within it. False (and nothing changes) for a value that is not
+  // from 0.1 to 1000 mm.
+  virtual bool SetDivision(float division_mm) = 0;
+
   // Finds the boxes in a depth image: `depth` holds width x height samples in
   // millimetres, row after row, 0 where the camera saw nothing; rows are
   // `row_stride` samples apart (0: width). Returns the number of detections,
@@ -139,7 +154,8 @@ class Interface {
   virtual void ResetFloor() = 0;
 };
 
-// The name of a status: "measured", "partial", "irregular", "too_small".
+// The name of a status: "measured", "partial", "irregular", "too_small",
+// "uncertain".
 const char* DetectionStatusName(DetectionStatus status);
 // The name of an event: "placed", "measured", "removed".
 const char* EventKindName(EventKind kind);

@@ -16,6 +16,8 @@ DetectionStatus detection_status(BoxStatus status) {
       return DetectionStatus::kIrregular;
     case BoxStatus::kTooSmall:
       return DetectionStatus::kTooSmall;
+    case BoxStatus::kUncertain:
+      return DetectionStatus::kUncertain;
   }
   return DetectionStatus::kIrregular;
 }
@@ -38,6 +40,11 @@ Detection detection_of(const precise::BoxFit& fit) {
   d.center_px[0] = fit.centre_px.x;
   d.center_px[1] = fit.centre_px.y;
   d.confidence = fit.confidence;
+  if (fit.status == BoxStatus::kMeasured || fit.status == BoxStatus::kUncertain) {
+    d.length_uncertainty_mm = fit.uncertainty.box_length;
+    d.width_uncertainty_mm = fit.uncertainty.box_width;
+    d.height_uncertainty_mm = fit.uncertainty.box_height;
+  }
   return d;
 }
 
@@ -83,6 +90,8 @@ const char* DetectionStatusName(DetectionStatus status) {
       return "irregular";
     case DetectionStatus::kTooSmall:
       return "too_small";
+    case DetectionStatus::kUncertain:
+      return "uncertain";
   }
   return "unknown";
 }
@@ -103,6 +112,12 @@ InterfaceImpl::InterfaceImpl() {
   detections_.reserve(kMaxDetections);
   events_.reserve(2 * kMaxTrackSlots);
   SetExactIntrinsics(intrinsics_.fx, intrinsics_.fy, intrinsics_.cx, intrinsics_.cy);
+}
+
+bool InterfaceImpl::SetDivision(float division_mm) {
+  if (!(division_mm >= 0.1f && division_mm <= 1000.0f)) return false;
+  boxes_.set_division(division_mm);
+  return true;
 }
 
 void InterfaceImpl::SetIntrinsics(int fx, int fy, int cx, int cy) {

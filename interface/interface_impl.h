@@ -24,6 +24,7 @@ class InterfaceImpl : public Interface {
   int cy() const override { return cy_; }
   void SetExactIntrinsics(float fx, float fy, float cx, float cy) override;
   void SetSeed(std::uint32_t seed) override { seed_ = seed; }
+  bool SetDivision(float division_mm) override;
 
   int Detect(const std::uint16_t* depth, int width, int height, int row_stride) override {
     return DetectAt(depth, width, height, 0, row_stride);

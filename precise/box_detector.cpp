@@ -39,6 +39,13 @@ const DetectorOptions& checked(const DetectorOptions& options) {
 BoxDetector::BoxDetector(const DetectorOptions& options)
     : options_(checked(options)), floor_finder_(options.floor), face_finder_(options.faces) {}
 
+void BoxDetector::set_division(float division_mm) {
+  GradingOptions grading = options_.fit.grading;
+  grading.division_mm = division_mm;
+  grading.check();
+  options_.fit.grading = grading;
+}
+
 const std::vector<BoxFit>& BoxDetector::detect(const cv::Mat& frame,
                                                const CameraIntrinsics& intrinsics,
                                                std::uint64_t seed) {

@@ -47,6 +47,9 @@ class BoxDetector {
   bool intrinsics_unusable() const { return intrinsics_unusable_; }
   const std::optional<FloorPlane>& floor() const { return floor_finder_.current(); }
   void reset_floor() { floor_finder_.reset(); }
+  // The station's division (mm); throws std::invalid_argument out of range.
+  void set_division(float division_mm);
+  float division() const { return options_.fit.grading.division_mm; }
 
  private:
   DetectorOptions options_;

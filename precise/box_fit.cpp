@@ -60,11 +60,12 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, const FitOptions& op
   fit.height_mm = height->height_mm;
   fit.height_adjustment_mm = height->adjustment_mm;
 
-  const Grade grade = grade_box(face, *outline, height->surface, fit.width_mm, frame.heights.size(),
-                                options.grading);
+  const Grade grade =
+      grade_box(face, *outline, *height, fit.width_mm, frame.heights.size(), options.grading);
   fit.status = grade.status;
   fit.reason = grade.reason;
   fit.confidence = grade.confidence;
+  fit.uncertainty = grade.uncertainty;
   return fit;
 }
 

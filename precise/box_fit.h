@@ -27,7 +27,12 @@ struct BoxFit {
   // The top's centre in the camera's frame (mm): of its visible part until a
   // rectangle is fitted.
   cv::Point3f centre_mm;
-  float confidence = 0.0f;  // 0 to 1, from how well the outline and top fit
+  // For a measured or uncertain box, the chance as the uncertainty tells it
+  // that every dimension is within the division; for the others, 0 to 1 from
+  // how much of the rectangle the top covers and how straight its edges run.
+  float confidence = 0.0f;
+  // Each dimension's uncertainty (mm, about 95 % of errors within it).
+  BoxDimensions uncertainty;
   // The sums the height was fitted from, x along the top's longer side, and
   // what the height adds to their surface's highest point (see TopHeight).
   TopMoments top;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <opencv2/imgproc.hpp>
 
 #include "precise/option_checks.h"
@@ -18,11 +19,76 @@ void GradingOptions::check() const {
   check_option("grading.surface_noise_factor", surface_noise_factor, 0.0f, 100.0f);
   check_option("grading.surface_extra_mm", surface_extra_mm, 0.0f, 1000.0f);
   check_option("grading.confidence_edge_pixels", confidence_edge_pixels, 0.01f, 100.0f);
+  check_option("grading.division_mm", division_mm, 0.1f, 1000.0f);
+  check_option("grading.coverage_factor", coverage_factor, 0.5f, 10.0f);
+  check_option("grading.edge_pixels", edge_pixels, 0.0f, 10.0f);
+  check_option("grading.gap_share", gap_share, 0.0f, 10.0f);
+  check_option("grading.unseen_rim_mm", unseen_rim_mm, 0.0f, 100.0f);
+  check_option("grading.standing_pixels", standing_pixels, 0.0f, 10.0f);
+  check_option("grading.range_error_mm", range_error_mm, 0.0f, 100.0f);
 }
 
-Grade grade_box(const TopFace& face, const TopOutline& outline, const TopSurface& surface,
+namespace {
+
+// A side's standard deviation (mm); infinite when its edge was not found.
+float side_deviation(const SideEdge& side, const TopOutline& outline,
+                     const GradingOptions& options) {
+  const float pixel_mm = outline.pixel_mm;
+  if (side.standing) return options.standing_pixels * pixel_mm;
+  if (!side.found) return std::numeric_limits<float>::infinity();
+  float variance = std::pow(options.edge_pixels * pixel_mm, 2.0f) +
+                   std::pow(options.gap_share * side.gap_mm, 2.0f);
+  if (side.stretches > 0) variance += side.course_rms_mm * side.course_rms_mm / side.stretches;
+  if (!side.in_view) {
+    // What a rounding of radius r hides from a ray of this slant, per mm of
+    // r: the rounding read may be off by a share of itself; a typical
+    // carton's, when none was read, may hide this much.
+    const float g = std::max(0.0f, side.grazing);
+    const float hides = 1.0f + g - std::sqrt(1.0f + g * g);
+    const float unknown =
+        outline.rim_radius_mm > 0.0f ? 0.3f * outline.rim_radius_mm : options.unseen_rim_mm;
+    variance += std::pow(unknown * hides, 2.0f);
+  }
+  return std::sqrt(variance);
+}
+
+// The height's standard deviation (mm).
+float height_deviation(const TopFace& face, const TopHeight& height,
+                       const GradingOptions& options) {
+  const TopSurface& surface = height.surface;
+  const double n = std::max(1.0, height.top.n);
+  double variance = surface.rms * surface.rms / n;
+  if (height.floor_pixels > 0) {
+    variance += height.floor_spread_mm * height.floor_spread_mm / height.floor_pixels;
+  }
+  variance += height.lid_deviation_mm * height.lid_deviation_mm;
+  variance += height.depth_step_mm * height.depth_step_mm / 12.0;
+  variance += face.noise_mm * face.noise_mm / n;
+  variance += options.range_error_mm * options.range_error_mm;
+  return static_cast<float>(std::sqrt(variance));
+}
+
+}  // namespace
+
+Grade grade_box(const TopFace& face, const TopOutline& outline, const TopHeight& height,
                 float width_mm, cv::Size image, const GradingOptions& options) {
   Grade grade;
+  const TopSurface& surface = height.surface;
+  // Each dimension's standard deviation: its two sides', and the camera's
+  // range error scaling it.
+  const PlaneRectangle& rect = outline.rectangle;
+  const float range = std::abs(outline.plane.lift);
+  float deviation[2];
+  for (int axis = 0; axis < 2; ++axis) {
+    const float a = side_deviation(outline.sides[axis], outline, options);
+    const float b = side_deviation(outline.sides[axis + 2], outline, options);
+    const float scale = 2.0f * rect.half[axis] * options.range_error_mm / std::max(1.0f, range);
+    deviation[axis] = std::sqrt(a * a + b * b + scale * scale);
+  }
+  const int longer = rect.half[0] >= rect.half[1] ? 0 : 1;
+  grade.uncertainty.box_length = options.coverage_factor * deviation[longer];
+  grade.uncertainty.box_width = options.coverage_factor * deviation[1 - longer];
+  grade.uncertainty.box_height = options.coverage_factor * height_deviation(face, height, options);
   const float pixel_mm = outline.pixel_mm;
   const float fill = outline.fill;
   grade.confidence =
@@ -50,8 +116,23 @@ Grade grade_box(const TopFace& face, const TopOutline& outline, const TopSurface
   } else if (width_mm < options.min_side_mm) {
     grade.status = BoxStatus::kTooSmall;
     grade.reason = "a side under 50 mm";
+  } else if (std::max({grade.uncertainty.box_length, grade.uncertainty.box_width,
+                       grade.uncertainty.box_height}) > options.division_mm) {
+    grade.status = BoxStatus::kUncertain;
+    grade.reason = "its size cannot be told within the division";
   } else {
     grade.status = BoxStatus::kMeasured;
+  }
+  if (grade.status == BoxStatus::kMeasured || grade.status == BoxStatus::kUncertain) {
+    // The chance, as far as the uncertainty tells, that every dimension is
+    // within the division.
+    const float sigmas[3] = {grade.uncertainty.box_length, grade.uncertainty.box_width,
+                             grade.uncertainty.box_height};
+    grade.confidence = 1.0f;
+    for (const float u : sigmas) {
+      const float sigma = std::max(1e-3f, u / options.coverage_factor);
+      grade.confidence *= std::erf(options.division_mm / (sigma * std::sqrt(2.0f)));
+    }
   }
   return grade;
 }

@@ -1,11 +1,15 @@
-// Whether a fitted box can be trusted, and why not: its status, the reason,
-// and a confidence from how much of the rectangle the top covers and how
-// straight its edges run.
+// Whether a fitted box can be trusted, and why not: its uncertainty per
+// dimension from what the frame shows (each edge's gap, its course, the
+// rounding the camera could not see, the pixel's size, the noise, the fit of
+// the lid and the floor, the camera's own range error), its status (a box
+// whose uncertainty exceeds the station's division is uncertain), the
+// reason, and a confidence.
 #pragma once
 
 #include "core/measurement_result.h"
 #include "precise/box_outline.h"
 #include "precise/top_faces.h"
+#include "precise/top_height.h"
 #include "precise/top_surface.h"
 
 namespace boxdim::precise {
@@ -30,8 +34,29 @@ struct GradingOptions {
   float max_edge_rms_pixels = 1.5f;
   float surface_noise_factor = 3.0f;
   float surface_extra_mm = 8.0f;
-  // The confidence halves (roughly) when the edges stray this many pixel sizes.
+  // For boxes without numbers, the confidence halves (roughly) when the
+  // edges stray this many pixel sizes.
   float confidence_edge_pixels = 1.5f;
+
+  // The station's division (mm): a box is measured when each dimension's
+  // uncertainty is within it, else it is uncertain.
+  float division_mm = 5.0f;
+  // The uncertainty covers this many standard deviations (2: about 95 %).
+  float coverage_factor = 2.0f;
+  // A side's standard deviation, mm: edge_pixels pixel sizes where its
+  // edge was found, gap_share of the gap it lies in, the rms of its course
+  // over the square root of its stretches, and where the camera's ray hid
+  // the rim, unseen_rim_mm (a carton's typical rounding, when none was
+  // read) times what such a rounding hides at the ray's angle. A side in
+  // view placed by its own points: standing_pixels pixel sizes.
+  float edge_pixels = 0.15f;
+  float gap_share = 0.2f;
+  float unseen_rim_mm = 4.0f;
+  float standing_pixels = 0.3f;
+  // The camera's range error that stays after its calibration, the same in
+  // every frame (mm): it scales the length and width by itself over the
+  // range, and falls on the height.
+  float range_error_mm = 1.0f;
 
   void check() const;
 };
@@ -40,10 +65,13 @@ struct Grade {
   BoxStatus status = BoxStatus::kIrregular;
   const char* reason = "";
   float confidence = 0.0f;
+  // Each dimension's uncertainty (mm, coverage_factor standard deviations):
+  // length, width, height.
+  BoxDimensions uncertainty;
 };
 
 // `image` is the frame's size: a top that touches its border is cut.
-Grade grade_box(const TopFace& face, const TopOutline& outline, const TopSurface& surface,
+Grade grade_box(const TopFace& face, const TopOutline& outline, const TopHeight& height,
                 float width_mm, cv::Size image, const GradingOptions& options);
 
 }  // namespace boxdim::precise

@@ -139,64 +139,76 @@ float rim_drop(float r, float d) {
   return r - std::sqrt(std::max(0.0f, r * r - from_centre * from_centre));
 }
 
-// The radius of the rim's rounding, from the top's pixels above a side in
-// view that was placed by its own points: how far inside the side each
-// pixel's ray meets the rim's plane, and how far below the rim it reads.
-// Within `blur` of the side, pixels mix the top with the side and the
-// camera's blur lowers them as a rounding would: they are left out.
-// A ray that meets the rounding meets the plane nearer the side, by the
-// drop times the tangent of its angle. The radius whose rounding fits them
-// best (each misfit counted up to twice the noise), by enough to earn its
-// parameter; none without such a side.
-float estimate_rim_radius(const std::vector<OutlineBuffers::RingPixel>& ring,
-                          const PlaneRectangle& rect, const TopPlane& plane, const bool standing[4],
-                          float rim, float blur, const OutlineOptions& options,
-                          std::vector<float>& values, std::vector<float>& misfits) {
-  const float reach = options.max_rim_radius_mm + blur;
-  float slant[4];
-  for (int side = 0; side < 4; ++side)
-    slant[side] = std::max(0.0f, -grazing_tangent(rect, plane, side));
-  values.clear();  // triples: where the ray meets the plane inside the side, drop, side
-  for (const OutlineBuffers::RingPixel& r : ring) {
-    if (r.side < 0 || !standing[r.side] || std::isnan(r.h) || r.h < rim - reach) continue;
-    const float inside = rect.offset(r.side) - r.q.dot(rect.normal(r.side));
-    if (inside < blur || inside > reach) continue;
-    values.push_back(inside);
-    values.push_back(rim - r.h);
-    values.push_back(static_cast<float>(r.side));
+// The drop below the rim of a rounding of `radius` where a ray of this
+// slant (tangent of its angle from the vertical, outwards) meets the rim's
+// plane `at` inside the silhouette of a hiding edge: the ray grazes the
+// rounding at its silhouette and meets it lower the further in it runs.
+// Across the edge, x outwards from the side and z up from the rim: the
+// rounding is the circle about (-r, -r), and the ray through (a, 0) runs
+// along (sin, -cos).
+float hidden_drop(float radius, float slant_tan, float at) {
+  if (radius <= 0.0f) return 0.0f;
+  const float c = 1.0f / std::sqrt(1.0f + slant_tan * slant_tan);
+  const float s = slant_tan * c;
+  const float silhouette = radius * (c / (1.0f + s) - 1.0f);
+  const float u = silhouette - at + radius;  // from the circle's centre, across
+  if (u <= 0.0f) return 0.0f;
+  const float b = u * s - radius * c;
+  const float disc = b * b - u * u;
+  if (disc < 0.0f) return 0.0f;
+  return (-b - std::sqrt(disc)) * c;
+}
+
+// Above a side in view, the drop where a ray of this slant (inwards) meets
+// the rim's plane `at` inside the side: it met the rounding further in, at
+// d with d - slant drop(d) = at.
+float in_view_drop(float radius, float slant_tan, float at) {
+  if (at >= radius) return 0.0f;
+  float low = at;
+  float high = at + slant_tan * radius;
+  for (int i = 0; i < 8; ++i) {
+    const float d = 0.5f * (low + high);
+    (d - slant_tan * rim_drop(radius, d) < at ? low : high) = d;
   }
-  const std::size_t points = values.size() / 3;
-  if (points < static_cast<std::size_t>(options.min_rim_points)) return 0.0f;
-  // The drop the rounding gives where a ray of this slant meets the plane
-  // `at` inside the side: it met the rounding further in, at d with
-  // d - slant drop(d) = at.
-  const auto drop_at = [](float radius, float slant_tan, float at) {
-    if (at >= radius) return 0.0f;
-    float low = at;
-    float high = at + slant_tan * radius;
-    for (int i = 0; i < 8; ++i) {
-      const float d = 0.5f * (low + high);
-      (d - slant_tan * rim_drop(radius, d) < at ? low : high) = d;
-    }
-    return rim_drop(radius, 0.5f * (low + high));
-  };
+  return rim_drop(radius, 0.5f * (low + high));
+}
+
+// The radius of a rim's rounding, and the largest the pixels allow.
+struct RimRadius {
+  float radius = 0.0f;
+  float upper = 0.0f;
+};
+
+// The radius of the rim's rounding that one side's pixels support:
+// (inside, drop) pairs, where the ray meets the rim's plane inside the edge
+// and how far below the rim it reads. Each radius's drops are fitted with an
+// offset and a slope of their own (the lid near the edge may stand off the
+// rim's height or slope: a bump, a bulge, a flap); a rounding bends within
+// its radius, and must fit better by several times what the Bayesian
+// information criterion asks (neighbouring pixels' noise is not
+// independent: the depths' steps, the camera's smoothing).
+RimRadius side_rim_radius(const float* pairs, std::size_t points, bool in_view, float slant,
+                          const OutlineOptions& options, std::vector<float>& misfits) {
   float best = 0.0f;
-  double best_cost = std::numeric_limits<double>::infinity();
+  double best_criterion = std::numeric_limits<double>::infinity();
+  // Each radius's fit without its penalty, for the largest the pixels allow.
+  constexpr int kRadii = 64;
+  double fits[kRadii];
+  int tried = 0;
   const float cap = 2.0f * options.rim_noise_mm;
   for (float radius = 0.0f; radius <= options.max_rim_radius_mm; radius += 0.5f) {
-    // What the rounding leaves, less a straight line across the side: the
-    // lid near the side may stand a little off the whole rim's height, or
-    // slope (a bump, a bulge); a rounding bends within its radius.
     misfits.clear();
     double sd = 0.0, sm = 0.0, sdd = 0.0, sdm = 0.0;
     for (std::size_t i = 0; i < points; ++i) {
-      const float* p = &values[3 * i];
-      const float misfit = p[1] - drop_at(radius, slant[static_cast<int>(p[2])], p[0]);
+      const float inside = pairs[2 * i];
+      const float drop =
+          in_view ? in_view_drop(radius, slant, inside) : hidden_drop(radius, slant, inside);
+      const float misfit = pairs[2 * i + 1] - drop;
       misfits.push_back(misfit);
-      sd += p[0];
+      sd += inside;
       sm += misfit;
-      sdd += double(p[0]) * p[0];
-      sdm += double(p[0]) * misfit;
+      sdd += double(inside) * inside;
+      sdm += double(inside) * misfit;
     }
     const double n = static_cast<double>(points);
     const double spread = n * sdd - sd * sd;
@@ -204,21 +216,94 @@ float estimate_rim_radius(const std::vector<OutlineBuffers::RingPixel>& ring,
     const double offset = (sm - slope * sd) / n;
     double cost = 0.0;
     for (std::size_t i = 0; i < points; ++i) {
-      const double m = std::min<double>(cap, std::abs(misfits[i] - offset - slope * values[3 * i]));
+      const double m = std::min<double>(cap, std::abs(misfits[i] - offset - slope * pairs[2 * i]));
       cost += m * m;
     }
-    // A rounding must earn its parameter, by several times what the
-    // Bayesian information criterion asks: the noise of neighbouring pixels
-    // is not independent (the depths' steps, the camera's smoothing), and
-    // would pass for a rounding.
-    const double penalty = radius > 0.0f ? options.rim_evidence * std::log(points) : 0.0;
-    const double criterion = points * std::log(std::max(cost, 1e-9) / points) + penalty;
-    if (criterion < best_cost) {
-      best_cost = criterion;
+    const double penalty = radius > 0.0f ? options.rim_evidence * std::log(n) : 0.0;
+    const double fit = n * std::log(std::max(cost, 1e-9) / n);
+    if (tried < kRadii) fits[tried++] = fit;
+    const double criterion = fit + penalty;
+    if (criterion < best_criterion) {
+      best_criterion = criterion;
       best = radius;
     }
   }
-  return best;
+  // The largest radius that fits within what chance allows of the best fit
+  // (a likelihood ratio at 95 %): the rounding these pixels cannot rule out.
+  const double best_fit = *std::min_element(fits, fits + tried);
+  RimRadius result{best, best};
+  for (int i = 0; i < tried; ++i) {
+    if (fits[i] <= best_fit + 3.84) result.upper = std::max(result.upper, 0.5f * i);
+  }
+  return result;
+}
+
+// The radius of the rim's rounding, from the top's pixels near its edges.
+// Above a side in view placed by its own points, a ray that meets the
+// rounding meets the rim's plane nearer the side; inside a hiding edge the
+// rays graze the rounding at the edge found and meet it lower further in.
+// Pixels that mix the top with what lies beyond or that the camera blurs
+// are left out: within `in_view_blur` of a side in view, `hiding_blur` of a
+// hiding edge. Each side with enough pixels gives its own radius (or
+// abstains when it can neither find one nor rule one out). The sides in
+// view that give one decide; else a carton is rounded all round, so the
+// middle of the hiding edges' radii stands (a bump or a flap at one edge
+// passes for a rounding there alone), none without two such edges.
+float estimate_rim_radius(const std::vector<OutlineBuffers::RingPixel>& ring,
+                          const PlaneRectangle& rect, const TopPlane& plane, const bool standing[4],
+                          const bool in_view[4], const float middle[4], float rim,
+                          float in_view_blur, float hiding_blur, const OutlineOptions& options,
+                          std::vector<float>& values, std::vector<float>& misfits, float upper[4]) {
+  for (int side = 0; side < 4; ++side) upper[side] = -1.0f;
+  float radii[4];
+  int sides = 0;
+  float standing_radii[4];
+  int standing_sides = 0;
+  for (int side = 0; side < 4; ++side) {
+    const bool hiding = !in_view[side];
+    if (!hiding && !standing[side]) continue;
+    const float blur = hiding ? hiding_blur : in_view_blur;
+    const float reach = options.max_rim_radius_mm + blur;
+    const float floor = hiding ? middle[side] : rim - reach;
+    const cv::Point2f normal = rect.normal(side);
+    const float offset = rect.offset(side);
+    values.clear();
+    for (const OutlineBuffers::RingPixel& r : ring) {
+      if (r.side != side || std::isnan(r.h) || r.h < floor) continue;
+      const float inside = offset - r.q.dot(normal);
+      if (inside < blur || inside > reach) continue;
+      values.push_back(inside);
+      values.push_back(rim - r.h);
+    }
+    // At most about max_rim_samples of them, evenly.
+    const std::size_t every =
+        values.size() / 2 / static_cast<std::size_t>(options.max_rim_samples) + 1;
+    std::size_t points = 0;
+    for (std::size_t i = 0; i < values.size() / 2; i += every, ++points) {
+      values[2 * points] = values[2 * i];
+      values[2 * points + 1] = values[2 * i + 1];
+    }
+    if (points < static_cast<std::size_t>(options.min_rim_points)) continue;
+    const float slant = std::abs(grazing_tangent(rect, plane, side));
+    const RimRadius fit = side_rim_radius(values.data(), points, !hiding, slant, options, misfits);
+    // A side that finds none but cannot rule one out says nothing.
+    if (fit.radius == 0.0f && fit.upper > options.sharp_rim_mm) continue;
+    (hiding ? radii[sides++] : standing_radii[standing_sides++]) = fit.radius;
+    upper[side] = fit.upper;
+  }
+  // A side in view shows its rounding across several pixels, undisturbed
+  // by what lies beyond: its word stands.
+  if (standing_sides > 0) {
+    std::copy(standing_radii, standing_radii + standing_sides, radii);
+    sides = standing_sides;
+  } else if (sides < 2) {
+    return 0.0f;
+  }
+  for (int i = 1; i < sides; ++i) {
+    for (int j = i; j > 0 && radii[j] < radii[j - 1]; --j) std::swap(radii[j], radii[j - 1]);
+  }
+  // The middle; of an even count, the lower of the two.
+  return radii[(sides - 1) / 2];
 }
 
 }  // namespace
@@ -244,13 +329,16 @@ void OutlineOptions::check() const {
   check_option("outline.rim_noise_mm", rim_noise_mm, 0.1f, 100.0f);
   check_option("outline.rim_blur_pixels", rim_blur_pixels, 0.0f, 100.0f);
   check_option("outline.rim_evidence", rim_evidence, 1.0f, 1000.0f);
+  check_option("outline.rim_hiding_pixels", rim_hiding_pixels, 0.0f, 100.0f);
+  check_option("outline.sharp_rim_mm", sharp_rim_mm, 0.0f, 100.0f);
+  check_option("outline.max_rim_samples", max_rim_samples, 10, 1 << 20);
   check_option("outline.higher_share", higher_share, 0.0, 1.0);
   check_option("outline.missing_share", missing_share, 0.0, 1.0);
   check_option("outline.missing_from_pixels", missing_from_pixels, 0.0f, 100.0f);
   check_option("outline.missing_to_pixels", missing_to_pixels, missing_from_pixels, 100.0f);
 }
 
-std::optional<float> EdgeCounts::edge() const {
+std::optional<EdgeEstimate> EdgeCounts::edge() const {
   int on_total = 0;
   int off_total = 0;
   for (int k = 0; k < steps_; ++k) {
@@ -263,6 +351,8 @@ std::optional<float> EdgeCounts::edge() const {
   int best = cost;
   double sum = 0.0;
   int count = 1;
+  double first = 0.0;
+  double last = 0.0;
   for (int k = 0; k < steps_; ++k) {
     cost += counts_[2 * k] - counts_[2 * k + 1];
     const double position = k + 1.0;
@@ -270,12 +360,19 @@ std::optional<float> EdgeCounts::edge() const {
       best = cost;
       sum = position;
       count = 1;
+      first = last = position;
     } else if (cost == best) {
       sum += position;
       ++count;
+      last = position;
     }
   }
-  return static_cast<float>(low_ + step_ * (sum / count));
+  EdgeEstimate estimate;
+  estimate.position = static_cast<float>(low_ + step_ * (sum / count));
+  estimate.gap = static_cast<float>(step_ * (last - first));
+  estimate.errors = best;
+  estimate.samples = on_total + off_total;
+  return estimate;
 }
 
 bool grown_corners(const TopOutline& outline, const TopPlane& plane, float grow,
@@ -428,8 +525,10 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     r.in_face = face_mask(v, u);
     // A point of a side, straight below the edge when the side is in view:
     // upright sides put it on the floor's plane where the edge is.
-    r.below_valid = !std::isnan(r.h) && r.h < rim - 1.2f * on_tolerance && r.h > 0.1f * rim &&
-                    same_region(v + roi.y, u + roi.x);
+    // Below the rim's rounding: its points stand inside the side.
+    r.below_valid = !std::isnan(r.h) &&
+                    r.h < rim - std::max(1.2f * on_tolerance, options.max_rim_radius_mm) &&
+                    r.h > 0.1f * rim && same_region(v + roi.y, u + roi.x);
     if (r.below_valid) r.below = basis.in_plane(pixel_point(frame.depth, k, v + roi.y, u + roi.x));
     ring.push_back(r);
   });
@@ -580,14 +679,23 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
 
       // The edge across the side from all its samples, and bin by bin along
       // it for the edge's course.
-      const std::optional<float> step = b.across.edge();
-      float edge = step.value_or(0.0f);
+      const std::optional<EdgeEstimate> step = b.across.edge();
+      float edge = step ? step->position : 0.0f;
+      SideEdge& found = outline.sides[side];
+      found = SideEdge{};
+      found.found = step.has_value();
+      if (step) {
+        found.gap_mm = step->gap;
+        found.samples = step->samples;
+        found.errors = step->errors;
+      }
       auto& course = buffers.course;  // (t, edge s)
       course.clear();
       for (int bin = 0; bin < bins[side]; ++bin) {
         if (const auto at = b.along[bin].edge()) {
           course.emplace_back(
-              -side_reach[side] + (bin + 0.5f) * 2.0f * side_reach[side] / bins[side], *at);
+              -side_reach[side] + (bin + 0.5f) * 2.0f * side_reach[side] / bins[side],
+              at->position);
         }
       }
       std::optional<Line> course_line;
@@ -619,10 +727,15 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
       if (course_line) {
         rotation_sum += -std::atan(course_line->b) * course.size();
         rotation_weight += static_cast<int>(course.size());
+        double side_squares = 0.0;
         for (const cv::Point2f& c : course) {
-          squared_residuals += std::pow(c.y - course_line->a - course_line->b * c.x, 2);
+          const double r = c.y - course_line->a - course_line->b * c.x;
+          side_squares += r * r;
           ++residual_count;
         }
+        squared_residuals += side_squares;
+        found.course_rms_mm = static_cast<float>(std::sqrt(side_squares / course.size()));
+        found.stretches = static_cast<int>(course.size());
       }
     }
     // Opposite sides move the centre by half their difference, the size by
@@ -661,16 +774,24 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
   // inside the side. Each such side goes out by what its rounding hides,
   // the rounding read off a side in view (or a typical one without).
   outline.edge_blur_px = hiding_length > 0.0f ? mixed_pixels / hiding_length : 0.0f;
-  const float blur_mm = std::max(options.rim_blur_pixels, outline.edge_blur_px + 0.5f) * pixel_mm;
-  outline.rim_radius_mm = estimate_rim_radius(ring, rect, basis, standing_side, rim, blur_mm,
-                                              options, buffers.values, buffers.misfits);
+  // The pixels between the top and the floor are about the blur's middle
+  // part: it reaches about twice as far.
+  const float blur_reach = 2.0f * outline.edge_blur_px;
+  const float in_view_blur = std::max(options.rim_blur_pixels, blur_reach + 0.5f) * pixel_mm;
+  const float hiding_blur = std::max(options.rim_hiding_pixels, blur_reach) * pixel_mm;
+  float rim_upper[4];
+  outline.rim_radius_mm =
+      estimate_rim_radius(ring, rect, basis, standing_side, in_view, middle, rim, in_view_blur,
+                          hiding_blur, options, buffers.values, buffers.misfits, rim_upper);
   {
     float shift[4] = {0, 0, 0, 0};
     for (int side = 0; side < 4; ++side) {
       outline.sides[side].in_view = in_view[side];
       outline.sides[side].standing = standing_side[side];
-      if (in_view[side]) continue;
+      outline.sides[side].rim_upper_mm = rim_upper[side];
       const float grazing = grazing_tangent(rect, basis, side);
+      outline.sides[side].grazing = grazing;
+      if (in_view[side]) continue;
       const float hidden =
           outline.rim_radius_mm * (1.0f + grazing - std::sqrt(1.0f + grazing * grazing));
       shift[side] = hidden;

@@ -101,20 +101,27 @@ struct OutlineOptions {
   // top's (a lid bulges by less).
   float coverage_rise_mm = 30.0f;
   // A carton's rim is rounded, up to max_rim_radius_mm; its radius is read
-  // off a side in view from at least min_rim_points of the top's points
-  // above it (misfits counted up to twice rim_noise_mm). Without such a
-  // side no rounding is assumed: the camera then looks at the top from
-  // nearly straight above, where a rounding hides little.
-  float max_rim_radius_mm = 15.0f;
+  // from at least min_rim_points (at most about max_rim_samples) of the
+  // top's pixels near each of at least two edges (misfits counted up to
+  // twice rim_noise_mm). Without them no rounding is assumed.
+  float max_rim_radius_mm = 12.0f;
   int min_rim_points = 30;
   float rim_noise_mm = 2.0f;
   // Points within this many pixel sizes of the side (or half a pixel more
   // than the camera blurs its edges) are left out: they mix the top with
   // the side.
   float rim_blur_pixels = 1.5f;
+  // Inside a hiding edge, pixels within this many pixel sizes of it (or as
+  // many as the camera blurs its edges) mix the top with what lies beyond,
+  // and the camera's smoothing lowers them as a rounding would.
+  float rim_hiding_pixels = 2.0f;
+  // A side that finds no rounding tells a sharp rim only when its pixels
+  // rule out any rounding above this (mm); else it abstains.
+  float sharp_rim_mm = 3.0f;
+  int max_rim_samples = 1500;
   // A rounding is taken when it fits by this many times the Bayesian
   // information criterion's due.
-  float rim_evidence = 4.0f;
+  float rim_evidence = 2.0f;
   // Each side's band stops this share of its half length short of the
   // corners; the edge's course is followed in stretches of about
   // stretch_pixels pixels, at most OutlineBuffers::kMaxBins.
@@ -129,6 +136,16 @@ struct OutlineOptions {
   float side_window_pixels = 1.5f;
 
   void check() const;
+};
+
+// Where an edge lies across its side: the position, the width of the gap
+// it lies in (no pixel says on which side of it the edge is), and how many
+// of the samples lie on the wrong side of it.
+struct EdgeEstimate {
+  float position = 0.0f;
+  float gap = 0.0f;
+  int errors = 0;
+  int samples = 0;
 };
 
 // Positions across an edge, counted on and off the top in fine steps: the
@@ -149,7 +166,7 @@ class EdgeCounts {
     if (k < 0 || k >= steps_) return;
     counts_[2 * k + on] += 1;
   }
-  std::optional<float> edge() const;
+  std::optional<EdgeEstimate> edge() const;
 
  private:
   float low_ = 0.0f;
@@ -204,8 +221,23 @@ struct OutlineBuffers {
 struct SideEdge {
   bool in_view = false;   // the camera sees the box's side below it
   bool standing = false;  // placed by that side's own points
-  // Moved out by this much for the rounded rim the camera's ray grazed.
+  bool found = false;     // placed at all (else where the first rectangle put it)
+  // How far out (per unit down) the camera's ray runs across it.
+  float grazing = 0.0f;
+  // Moved out by this much for the rounded rim the camera's ray grazed, and
+  // the largest rounding its own pixels allow (mm; negative: too few of
+  // them to tell).
   float rim_shift_mm = 0.0f;
+  float rim_upper_mm = -1.0f;
+  // The gap it lies in (mm), and of its samples, how many and how many on
+  // the wrong side of it.
+  float gap_mm = 0.0f;
+  int samples = 0;
+  int errors = 0;
+  // Its course along the side: the rms about a straight line (mm), of how
+  // many stretches.
+  float course_rms_mm = 0.0f;
+  int stretches = 0;
 };
 
 // The outline of one top and what its fit says of the top.

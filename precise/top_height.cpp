@@ -19,7 +19,8 @@ namespace {
 // bump's top), less what noise alone adds to that middle. Otherwise the
 // surface stands (0).
 float lid_correction(const TopSurface& surface, float noise, float depth_step,
-                     const HeightOptions& options, HeightBuffers& buffers) {
+                     const HeightOptions& options, HeightBuffers& buffers, float& deviation_out) {
+  deviation_out = 0.0f;
   // Depths come in steps: a cell between two steps reads up to half a step
   // off whatever the noise.
   noise = std::max(noise, depth_step / std::sqrt(12.0f));
@@ -72,13 +73,15 @@ float lid_correction(const TopSurface& surface, float noise, float depth_step,
   // The middle of the cells within 2.5 deviations of the highest, over
   // cells of noise alone, stands about 0.2 ln(cells) - 0.22 deviations up.
   const float noise_lift = std::max(0.0f, 0.2f * std::log(static_cast<float>(used)) - 0.22f);
+  // That middle wanders by about a third of a cell's deviation.
+  deviation_out = 0.35f * deviation;
   return level[kept / 2] - noise_lift * deviation - surface.highest;
 }
 
 // How far the floor around the box lies above the whole floor's plane, and
 // the spread of its heights; nothing when too little of it is seen.
 bool floor_around(const FrameView& frame, const TopOutline& outline, const HeightOptions& options,
-                  std::vector<float>& values, float& offset, float& spread) {
+                  std::vector<float>& values, float& offset, float& spread, int& pixels) {
   // Around the box as the camera sees it, top and base: beyond a side in
   // view, and beyond what multipath does to the floor next to the box.
   const TopPlane floor_plane = plane_at(frame.floor, 0.0f);
@@ -118,6 +121,7 @@ bool floor_around(const FrameView& frame, const TopOutline& outline, const Heigh
     ++kept;
   }
   offset = static_cast<float>(sum / kept);
+  pixels = kept;
   spread =
       static_cast<float>(std::sqrt(std::max(0.0, squares / kept - (sum / kept) * (sum / kept))));
   return true;
@@ -128,20 +132,31 @@ bool floor_around(const FrameView& frame, const TopOutline& outline, const Heigh
 // samples are whole millimetres).
 float depth_step_of(const FrameView& frame, const TopFace& face, std::vector<int>& counts) {
   constexpr int kLargestStep = 16;
-  counts.assign(kLargestStep + 1, 0);
   const int width = frame.depth.cols;
+  const int size = static_cast<int>(frame.depth.total());
   const auto* depth = frame.depth.ptr<std::uint16_t>();
   const std::size_t stride = std::max<std::size_t>(1, face.pixel_count / 2000);
-  for (std::size_t n = 0; n + 1 < face.pixel_count; n += stride) {
-    const int i = face.pixels[n];
-    if (face.pixels[n + 1] != i + 1 || (i + 1) % width == 0) continue;
-    if (depth[i] == 0 || depth[i + 1] == 0) continue;
-    const int step = std::abs(int{depth[i + 1]} - int{depth[i]});
-    if (step > 0 && step <= kLargestStep) ++counts[step];
+  // Along the rows and down the columns apart: a top that slopes along one
+  // steps by its slope there, but by the camera's step along the other.
+  // Depths all the same along both say nothing but whole millimetres.
+  float step = 1.0f;
+  bool found = false;
+  for (const int next : {1, width}) {
+    counts.assign(kLargestStep + 1, 0);
+    for (std::size_t n = 0; n < face.pixel_count; n += stride) {
+      const int i = face.pixels[n];
+      if (i + next >= size || (next == 1 && (i + 1) % width == 0)) continue;
+      if (depth[i] == 0 || depth[i + next] == 0) continue;
+      const int difference = std::abs(int{depth[i + next]} - int{depth[i]});
+      if (difference > 0 && difference <= kLargestStep) ++counts[difference];
+    }
+    const int commonest =
+        static_cast<int>(std::max_element(counts.begin() + 1, counts.end()) - counts.begin());
+    if (counts[commonest] == 0) continue;
+    step = found ? std::min(step, static_cast<float>(commonest)) : static_cast<float>(commonest);
+    found = true;
   }
-  const int commonest =
-      static_cast<int>(std::max_element(counts.begin() + 1, counts.end()) - counts.begin());
-  return counts[commonest] > 0 ? static_cast<float>(commonest) : 1.0f;
+  return step;
 }
 
 }  // namespace
@@ -197,12 +212,16 @@ std::optional<TopHeight> fit_top_height(const FrameView& frame, const TopFace& f
   result.surface = fit_top_surface(result.top, half_long, half_short);
   float floor_offset = 0.0f;
   float floor_spread = 0.0f;
-  if (floor_around(frame, outline, options, buffers.values, floor_offset, floor_spread)) {
+  int floor_pixels = 0;
+  if (floor_around(frame, outline, options, buffers.values, floor_offset, floor_spread,
+                   floor_pixels)) {
     result.floor_offset_mm = floor_offset;
     result.floor_spread_mm = floor_spread;
+    result.floor_pixels = floor_pixels;
   }
-  const float step = depth_step_of(frame, face, buffers.cell_count);
-  result.adjustment_mm = lid_correction(result.surface, face.noise_mm, step, options, buffers) -
+  result.depth_step_mm = depth_step_of(frame, face, buffers.cell_count);
+  result.adjustment_mm = lid_correction(result.surface, face.noise_mm, result.depth_step_mm,
+                                        options, buffers, result.lid_deviation_mm) -
                          result.floor_offset_mm;
   result.height_mm = result.surface.highest + result.adjustment_mm;
   return result;

@@ -64,6 +64,11 @@ struct TopHeight {
   // spread of its heights.
   float floor_offset_mm = 0.0f;
   float floor_spread_mm = 0.0f;
+  int floor_pixels = 0;  // 0: the whole floor's plane stands
+  // The step the top's depths come in (mm), and the standard deviation of
+  // the lid's highest part when read from its cells (0: the surface stood).
+  float depth_step_mm = 1.0f;
+  float lid_deviation_mm = 0.0f;
 };
 
 // Reused from top to top, so that no frame allocates.

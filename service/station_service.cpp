@@ -23,8 +23,8 @@ std::int64_t system_clock_us() {
 
 }  // namespace
 
-StationService::StationService(StationOptions options, MeasurementHistory& history,
-                               EventHub& hub, std::ostream& log)
+StationService::StationService(StationOptions options, MeasurementHistory& history, EventHub& hub,
+                               std::ostream& log)
     : options_(std::move(options)), history_(history), hub_(hub), log_(log) {
   recorder_ = std::thread([this] { record_loop(); });
 }
@@ -46,6 +46,7 @@ void StationService::run(const std::function<bool()>& stop_requested) {
   context.log = &quiet;
   context.error_log = &quiet;
   context.draw_pictures = false;  // drawn when someone asks for them
+  context.division_mm = options_.division_mm;
   CameraEngines engines(options_.engine, context);
   CameraSourceOptions source_options;
   source_options.stop_requested = stop_requested;
@@ -109,8 +110,7 @@ ServiceStatus StationService::status() const {
       camera.frames = latest.frames;
       if (latest.arrivals.size() >= 2) {
         const double span =
-            std::chrono::duration<double>(latest.arrivals.back() - latest.arrivals.front())
-                .count();
+            std::chrono::duration<double>(latest.arrivals.back() - latest.arrivals.front()).count();
         if (span > 0.0) camera.frames_per_second = (latest.arrivals.size() - 1) / span;
       }
       camera.boxes_in_view = static_cast<int>(latest.result.boxes.size());
@@ -170,7 +170,8 @@ void StationService::record(const Pending& pending) {
   try {
     std::string proof_problem;
     record = history_.add(record, png, &proof_problem);
-    if (!proof_problem.empty()) history_failed("proof " + proof_problem);
+    if (!proof_problem.empty())
+      history_failed("proof " + proof_problem);
     else {
       const std::lock_guard<std::mutex> lock(pending_mutex_);
       history_problem_.clear();
@@ -185,9 +186,9 @@ void StationService::record(const Pending& pending) {
     const std::lock_guard<std::mutex> lock(pending_mutex_);
     ++measured_events_;
   }
-  hub_.publish("measured", event_json("measured", pending.device_id, event.track_id,
-                                      pending.wall_us, &record)
-                               .dump());
+  hub_.publish(
+      "measured",
+      event_json("measured", pending.device_id, event.track_id, pending.wall_us, &record).dump());
 }
 
 void StationService::history_failed(const std::string& problem) {

@@ -14,13 +14,12 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <opencv2/core.hpp>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <opencv2/core.hpp>
 
 #include "core/depth_frame.h"
 #include "core/measurement_result.h"
@@ -48,6 +47,7 @@ struct ServiceStatus {
 
 struct StationOptions {
   std::string engine;
+  float division_mm = 5.0f;  // the station's (see EngineContext)
   // Wall-clock microseconds since 1970 for a measurement's time.
   std::function<std::int64_t()> clock_us;
 };

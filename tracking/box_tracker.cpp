@@ -26,8 +26,9 @@ constexpr int kFramesToRemove = 10;
 // Slower than this (mm/s) a box is at rest: the centre of a still top wanders
 // by a fraction of a millimetre from frame to frame.
 constexpr float kStillSpeed = 30.0f;
-// A reading settles when its uncertainty is under this (mm) and it has
-// enough frames: at rest, or fully in view while moving.
+// A reading settles when its standard error is under this (mm) and it has
+// enough frames: at rest, or fully in view while moving. It is measured
+// once settled with every dimension's uncertainty within the division.
 constexpr float kSettledUncertaintyMm = 0.5f;
 constexpr int kStillFramesToSettle = 8;
 constexpr int kMovingFramesToSettle = 10;
@@ -43,7 +44,8 @@ float largest_size_change(const BoxDimensions& a, const BoxDimensions& b) {
 
 }  // namespace
 
-BoxTracker::BoxTracker() : tracks_(kMaxTracks), track_taken_(kMaxTracks) {
+BoxTracker::BoxTracker(float division_mm)
+    : tracks_(kMaxTracks), track_taken_(kMaxTracks), division_mm_(division_mm) {
   // A track pairs with the few tops within reach of it: room for that from
   // the start, so that the second frame does not allocate.
   pairs_.reserve(8 * kMaxTracks);
@@ -85,8 +87,11 @@ void BoxTracker::follow(Track& track, const Sighting& sighting, float seconds, s
   ++track.seen;
   track.missed = 0;
   const bool still = norm(track.velocity) < kStillSpeed;
-  if (sighting.status == BoxStatus::kMeasured) {
-    track.fusion.add(sighting.dimensions, sighting.top, sighting.height_adjustment_mm);
+  // An uncertain box has its numbers too: many frames of it may tell its
+  // size within the division where one cannot.
+  if (sighting.status == BoxStatus::kMeasured || sighting.status == BoxStatus::kUncertain) {
+    track.fusion.add(sighting.dimensions, sighting.top, sighting.height_adjustment_mm,
+                     sighting.uncertainty);
     track.reading = track.fusion.reading();
     ++track.measured_in_a_row;
     track.measured_still = still ? track.measured_still + 1 : 0;
@@ -111,7 +116,8 @@ void BoxTracker::follow(Track& track, const Sighting& sighting, float seconds, s
     events.push_back(event);
   }
   if (track.placed && !track.measured && assignment.reading &&
-      assignment.reading->uncertainty_mm <= kSettledUncertaintyMm &&
+      assignment.reading->standard_error_mm <= kSettledUncertaintyMm &&
+      assignment.reading->uncertainty_mm <= division_mm_ &&
       (track.measured_still >= kStillFramesToSettle ||
        track.measured_in_a_row >= kMovingFramesToSettle)) {
     track.measured = true;

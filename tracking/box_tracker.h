@@ -29,6 +29,8 @@ struct Sighting {
   const precise::TopMoments* top = nullptr;
   // What its height adds to the highest point of the surface of those sums.
   float height_adjustment_mm = 0.0f;
+  // Each dimension's uncertainty in this frame (measured or uncertain).
+  BoxDimensions uncertainty;
 };
 
 // What the tracker made of a sighting: its track (-1: none, for a box too
@@ -43,7 +45,10 @@ class BoxTracker {
  public:
   static constexpr int kMaxTracks = 100;
 
-  BoxTracker();
+  // `division_mm`: a reading's measured event waits until every dimension's
+  // uncertainty is within the station's division.
+  explicit BoxTracker(float division_mm = 5.0f);
+  void set_division(float division_mm) { division_mm_ = division_mm; }
 
   // The frame's sightings at `time_us` (frames that all carry one time, as
   // files do, count as 1/30 s apart): one assignment per sighting, and the
@@ -89,6 +94,7 @@ class BoxTracker {
   std::vector<char> sighting_taken_;
   std::vector<char> track_taken_;
   int next_id_ = 1;
+  float division_mm_ = 5.0f;
 };
 
 }  // namespace boxdim::tracking

@@ -28,10 +28,11 @@ std::pair<float, float> median_and_spread(float* values, int n) {
 }  // namespace
 
 void ReadingFusion::add(const BoxDimensions& dimensions, const precise::TopMoments* top,
-                        float height_adjustment_mm) {
+                        float height_adjustment_mm, const BoxDimensions& uncertainty) {
   if (top != nullptr && top->n > 0.0) add_heights(dimensions, *top);
   samples_[next_] = dimensions;
   adjustments_[next_] = height_adjustment_mm;
+  uncertainties_[next_] = uncertainty;
   next_ = (next_ + 1) % kCapacity;
   count_ = std::min(count_ + 1, kCapacity);
   ++total_;
@@ -93,18 +94,30 @@ FusedReading ReadingFusion::reading() const {
     *dimension[d] = median;
     // The median's standard error: 1.4826 MAD estimates the spread of one
     // frame, and a median of n is 1.2533 times as spread as a mean of n.
-    // A single frame says nothing of its own spread: its uncertainty is the
-    // station's legal division. Frames that all agree (clean depth steps of
-    // 1 mm) still leave the tenth of a millimetre the reading is given in.
+    // A single frame says nothing of its own spread: its error is taken as
+    // the station's legal division. Frames that all agree (clean depth
+    // steps of 1 mm) still leave the tenth of a millimetre the reading is
+    // given in.
     const float error =
         count_ < 2
             ? 5.0f
             : std::max(0.1f, 1.2533f * 1.4826f * spread / std::sqrt(static_cast<float>(count_)));
-    fused.uncertainty_mm = std::max(fused.uncertainty_mm, error);
+    fused.standard_error_mm = std::max(fused.standard_error_mm, error);
+    // What every frame shares (an edge's gap, the rim the camera could not
+    // see, the camera's own range error) stays however many frames there
+    // are: the frames' typical uncertainty, or the median's wander when
+    // that is larger.
+    for (int i = 0; i < count_; ++i) {
+      const BoxDimensions& u = uncertainties_[i];
+      values[i] = d == 0 ? u.box_length : d == 1 ? u.box_width : u.box_height;
+    }
+    const float typical = median_and_spread(values.data(), count_).first;
+    const float uncertainty = std::max(typical, 2.0f * error);
+    (d == 0   ? fused.uncertainty.box_length
+     : d == 1 ? fused.uncertainty.box_width
+              : fused.uncertainty.box_height) = uncertainty;
+    fused.uncertainty_mm = std::max(fused.uncertainty_mm, uncertainty);
   }
-  // The height's uncertainty stays that of the frames' median: the summed
-  // fit would claim far less, as if no two heights of a frame shared an
-  // error (they share the floor's).
   // The summed surface's highest point, adjusted as the frames are.
   if (summed_height_) {
     std::copy(adjustments_.begin(), adjustments_.begin() + count_, values.begin());

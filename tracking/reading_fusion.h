@@ -25,8 +25,9 @@ class ReadingFusion {
   // along the top's longer side) and what its height adds to their
   // surface's highest point (a raised part of the lid, the floor around the
   // box). A frame whose height is far off the others' adds no heights.
+  // `uncertainty`: each dimension's in this frame.
   void add(const BoxDimensions& dimensions, const precise::TopMoments* top = nullptr,
-           float height_adjustment_mm = 0.0f);
+           float height_adjustment_mm = 0.0f, const BoxDimensions& uncertainty = {});
   void clear();
   // The frames added since the last clear(), all of them, not only those held.
   int frames() const { return total_; }
@@ -35,9 +36,10 @@ class ReadingFusion {
 
  private:
   std::array<BoxDimensions, kCapacity> samples_{};
-  std::array<float, kCapacity> adjustments_{};  // index-parallel to samples_
-  int count_ = 0;                               // held, up to kCapacity
-  int next_ = 0;                                // where the next sample goes
+  std::array<float, kCapacity> adjustments_{};            // index-parallel to samples_
+  std::array<BoxDimensions, kCapacity> uncertainties_{};  // likewise
+  int count_ = 0;                                         // held, up to kCapacity
+  int next_ = 0;                                          // where the next sample goes
   int total_ = 0;
 
   void add_heights(const BoxDimensions& dimensions, const precise::TopMoments& top);

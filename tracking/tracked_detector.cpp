@@ -16,12 +16,14 @@ void sightings_of(const std::vector<precise::BoxFit>& fits, std::vector<Sighting
     sighting.corners_px = fits[i].corners_px;
     sighting.top = &fits[i].top;
     sighting.height_adjustment_mm = fits[i].height_adjustment_mm;
+    sighting.uncertainty = fits[i].uncertainty;
   }
 }
 
 }  // namespace
 
-TrackedDetector::TrackedDetector(const precise::DetectorOptions& options) : detector_(options) {
+TrackedDetector::TrackedDetector(const precise::DetectorOptions& options)
+    : detector_(options), tracker_(options.fit.grading.division_mm) {
   // A frame gives at most two events per track (placed and measured, or
   // removed): room for them once, so that no later frame allocates.
   events_.reserve(2 * BoxTracker::kMaxTracks);

@@ -32,6 +32,13 @@ class TrackedDetector {
   const precise::BoxDetector& detector() const { return detector_; }
   void reset_floor() { detector_.reset_floor(); }
   void reset_tracks() { tracker_.reset(); }
+  // The station's division (mm): boxes whose uncertainty exceeds it are
+  // uncertain, and no reading is measured until within it. Throws
+  // std::invalid_argument out of range.
+  void set_division(float division_mm) {
+    detector_.set_division(division_mm);
+    tracker_.set_division(division_mm);
+  }
 
  private:
   precise::BoxDetector detector_;

@@ -69,6 +69,8 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{"no_subcommand", {}, "subcommand"},
         UsageCase{"unknown_subcommand", {"weigh", "x.raw"}, "weigh"},
         UsageCase{"no_files", {"measure", "--json"}, "FILE"},
+        UsageCase{"zero_division", {"measure", "--division", "0", "x.raw"}, "--division"},
+        UsageCase{"division_not_a_number", {"evaluate", "--division", "5mm"}, "--division"},
         UsageCase{"unknown_option", {"measure", "--colour", "x.raw"}, "--colour"},
         UsageCase{"bad_size", {"measure", "--size", "640by480", "x.raw"}, "--size"},
         UsageCase{"zero_focal",
@@ -177,6 +179,37 @@ TEST_F(CliTest, ASimulatedFrameIsMeasuredAsItsGroundTruthWithOneJsonObjectPerFil
             station.err);
   EXPECT_NE(run({"measure", "--json", "--engine", "station", "--seed", "2", frame}).err,
             station.err);
+}
+
+// A box whose size cannot be told within the station's division is
+// refused with the reason and no numbers; within it, each dimension's
+// uncertainty comes with the box.
+TEST_F(CliTest, ADivisionTighterThanTheUncertaintyRefusesTheBoxWithItsReason) {
+  const std::string frame = simulate("box.raw", {"--noise", "2"});
+  const auto box_of = [](const CliRun& r) {
+    return nlohmann::json::parse(lines_of(r.out).at(0))["boxes"].at(0);
+  };
+  const CliRun within = run({"measure", "--json", "--seed", "1", frame});
+  EXPECT_EQ(within.status, 0) << within.err;
+  const auto measured = box_of(within);
+  EXPECT_EQ(measured["status"], "measured");
+  ASSERT_EQ(measured["uncertainty_mm"].size(), 3u);
+  for (const auto& u : measured["uncertainty_mm"]) {
+    EXPECT_GT(u.get<double>(), 0.0);
+    EXPECT_LE(u.get<double>(), 5.0);
+  }
+
+  const CliRun tight = run({"measure", "--json", "--seed", "1", "--division", "0.5", frame});
+  EXPECT_EQ(tight.status, 1);
+  const auto refused = box_of(tight);
+  EXPECT_EQ(refused["status"], "uncertain");
+  EXPECT_TRUE(refused["length_mm"].is_null());
+  EXPECT_EQ(refused["uncertainty_mm"], measured["uncertainty_mm"]);
+  EXPECT_EQ(nlohmann::json::parse(lines_of(tight.out).at(0))["failed_stage"], "uncertain");
+  const CliRun text = run({"measure", "--seed", "1", "--division", "0.5", frame});
+  EXPECT_NE(text.out.find("not measured (uncertain: its size cannot be told within the division)"),
+            std::string::npos)
+      << text.out;
 }
 
 TEST_F(CliTest, WithoutJsonTheLogGoesToStandardOutputAndAnnotationsNameTheFile) {

@@ -22,6 +22,9 @@ struct Bounds {
   double footprint_median_mm, footprint_p95_mm;  // length and width
   double height_median_mm, height_p95_mm;
   double max_stray_rate;  // scenes with a detection on no box
+  // Of the measured boxes, the least share of errors within the uncertainty
+  // the engine gave (the lowest dimension's); 0: none asked.
+  double min_covered = 0.0;
 };
 
 void PrintTo(const Bounds& b, std::ostream* os) { *os << b.engine << " " << b.family; }
@@ -54,6 +57,10 @@ TEST_P(AccuracyTest, FamilyMeasuresWithinItsBounds) {
   }
   EXPECT_LE(s.height.median_mm, bounds.height_median_mm);
   EXPECT_LE(s.height.p95_mm, bounds.height_p95_mm);
+  if (bounds.min_covered > 0.0) {
+    EXPECT_EQ(s.with_uncertainty, s.measured) << "every measured box has its uncertainty";
+    EXPECT_GE(s.covered_rate(), bounds.min_covered);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -61,11 +68,14 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Bounds{"station", "top-down", 0.75, 1.0, 1.0, 3.0, 1.0, 2.0, 0.0},
                       Bounds{"station", "tilted", 0.6, 1.0, 1.0, 25.0, 1.0, 2.0, 0.0},
                       Bounds{"station", "noisy", 0.6, 1.0, 2.5, 25.0, 5.0, 7.0, 0.0},
-                      Bounds{"precise", "top-down", 0.98, 1.0, 0.5, 1.0, 0.5, 1.5, 0.0},
-                      Bounds{"precise", "tilted", 0.98, 1.0, 0.5, 1.0, 0.5, 1.0, 0.0},
-                      Bounds{"precise", "noisy", 0.98, 1.0, 0.5, 1.0, 0.5, 1.0, 0.0},
-                      Bounds{"precise", "realistic", 0.95, 1.0, 0.5, 2.5, 0.5, 3.5, 0.05},
-                      Bounds{"precise", "cluttered", 0.95, 1.0, 0.5, 1.5, 0.5, 1.0, 0.05},
+                      Bounds{"precise", "top-down", 0.98, 1.0, 0.5, 1.0, 0.5, 1.5, 0.0, 0.95},
+                      Bounds{"precise", "tilted", 0.98, 1.0, 0.5, 1.0, 0.5, 1.0, 0.0, 0.95},
+                      Bounds{"precise", "noisy", 0.98, 1.0, 0.5, 1.0, 0.5, 1.0, 0.0, 0.95},
+                      Bounds{"precise", "realistic", 0.9, 1.0, 0.5, 2.5, 0.5, 3.5, 0.05, 0.95},
+                      Bounds{"precise", "cluttered", 0.95, 1.0, 0.5, 1.5, 0.5, 1.0, 0.05, 0.95},
+                      // Cartons under real cameras: the rims the camera cannot
+                      // see still read many a box short of its size.
+                      Bounds{"precise", "field", 0.85, 1.0, 3.0, 6.5, 1.5, 3.5, 0.05, 0.7},
                       Bounds{"precise", "reject", 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.05}),
     [](const auto& info) {
       std::string name = std::string(info.param.engine) + "_" + info.param.family;

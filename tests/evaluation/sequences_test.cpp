@@ -50,6 +50,12 @@ TEST(SequenceScripts, HoldTheBoxesAndTimesOfTheirKind) {
         case SequenceKind::kEmptyFloor:
           EXPECT_EQ(boxes, 0);
           break;
+        case SequenceKind::kField:
+          // A carton under the physical sensor, left a while.
+          EXPECT_TRUE(s.scene.sensor.physical());
+          EXPECT_GT(s.scene.top.rim_radius_mm, 0.0f);
+          EXPECT_GE(s.motion.removed_s - s.motion.placed_s, 3.5);
+          break;
       }
     }
   }
@@ -90,6 +96,20 @@ SequenceScript short_script(SequenceKind kind) {
       s.scene.with_box = false;
       s.frames = 30;
       break;
+    case SequenceKind::kField:
+      // A carton with a rounded rim and a taped seam, under a time-of-flight
+      // camera whose filter blanks its edges.
+      s.scene.noise = {1.0f, 0.0f, 0.002f};
+      s.scene.sensor.footprint_samples = 4;
+      s.scene.sensor.flying_filter = FlyingPixelFilter::kWeak;
+      s.scene.top.rim_radius_mm = 5.0f;
+      s.scene.top.seam.present = true;
+      s.scene.top.seam.taped = true;
+      s.motion.placed_s = 0.3;
+      s.motion.removed_s = 1.6;
+      s.frames = 60;
+      s.rests_at_s = {0.3};
+      break;
   }
   return s;
 }
@@ -110,7 +130,8 @@ TEST_P(ShortSequenceTest, GetsItsEventsRightWithFusedReadingsAsGoodAsSingleFrame
 
 INSTANTIATE_TEST_SUITE_P(Kinds, ShortSequenceTest,
                          ::testing::Values(SequenceKind::kPlaced, SequenceKind::kTwoBoxes,
-                                           SequenceKind::kCarried, SequenceKind::kEmptyFloor),
+                                           SequenceKind::kCarried, SequenceKind::kEmptyFloor,
+                                           SequenceKind::kField),
                          [](const auto& info) {
                            return sequence_families()[static_cast<int>(info.param)].name ==
                                           "two-boxes"

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -224,7 +225,9 @@ TEST(Interface, FollowsEachBoxAndSaysWhenItIsPlacedMeasuredAndRemoved) {
     ++counts[static_cast<int>(event.kind)];
     if (event.kind == EventKind::kMeasured) {
       EXPECT_GT(event.frames, 3);
-      EXPECT_LE(event.uncertainty_mm, 0.5f);
+      // A measured event's reading is within the station's division.
+      EXPECT_GT(event.uncertainty_mm, 0.0f);
+      EXPECT_LE(event.uncertainty_mm, 5.0f);
     }
   }
   EXPECT_EQ(counts[0], 3);
@@ -233,6 +236,41 @@ TEST(Interface, FollowsEachBoxAndSaysWhenItIsPlacedMeasuredAndRemoved) {
   EXPECT_STREQ(EventKindName(EventKind::kRemoved), "removed");
   Event unused;
   EXPECT_FALSE(detector->GetEvent(detector->EventCount(), &unused));
+}
+
+}  // namespace
+}  // namespace boxdim
+
+namespace boxdim {
+namespace {
+
+// The division is the station's to set: a tighter one turns the same box
+// uncertain, with its uncertainty and without numbers; a division that is no
+// length is turned away and changes nothing.
+TEST(Interface, ATighterDivisionTurnsTheBoxUncertain) {
+  SceneParameters scene = testing::standard_scene();
+  scene.noise = {2.0f, 0.2f, 0.005f};
+  const cv::Mat depth = render_scene(scene).depth;
+  const auto detect = [&depth](Interface& detector) {
+    Detection box;
+    EXPECT_EQ(detector.Detect(depth.ptr<std::uint16_t>(), 640, 480), 1);
+    detector.GetDetection(0, &box);
+    return box;
+  };
+  const auto detector = seeded_interface();
+  const Detection within = detect(*detector);
+  EXPECT_EQ(within.status, DetectionStatus::kMeasured);
+  EXPECT_GT(within.length_uncertainty_mm, 0.0f);
+  EXPECT_LE(within.height_uncertainty_mm, 5.0f);
+  EXPECT_FALSE(detector->SetDivision(0.0f));
+  EXPECT_FALSE(detector->SetDivision(NAN));
+  ASSERT_TRUE(detector->SetDivision(0.5f));
+  const Detection tight = detect(*detector);
+  EXPECT_EQ(tight.status, DetectionStatus::kUncertain);
+  EXPECT_STREQ(DetectionStatusName(tight.status), "uncertain");
+  EXPECT_EQ(tight.length_mm, 0.0f);
+  EXPECT_EQ(tight.length_uncertainty_mm, within.length_uncertainty_mm);
+  EXPECT_LT(tight.confidence, within.confidence);
 }
 
 }  // namespace

@@ -32,12 +32,15 @@ TEST(StationService, AFullHistoryIsReportedOnceAndMeasuringGoesOn) {
   std::ostringstream log;
   int measured = 0;
   {
-    StationService station({"precise", [] { return std::int64_t{1795421702000000}; }}, history,
-                           hub, log);
+    StationOptions options;
+    options.engine = "precise";
+    options.clock_us = [] { return std::int64_t{1795421702000000}; };
+    StationService station(options, history, hub, log);
     // Until two boxes were measured (and stored or not).
     station.run([&] { return station.status().measured_events >= 2; });
     const ServiceStatus status = station.status();
-    EXPECT_EQ(status.history_problem, dir.file("data/history.sqlite3") + ": database or disk is full");
+    EXPECT_EQ(status.history_problem,
+              dir.file("data/history.sqlite3") + ": database or disk is full");
     EXPECT_TRUE(status.camera_problem.empty()) << status.camera_problem;
     EXPECT_GT(status.frames_measured, 30) << "measuring went on";
     measured = static_cast<int>(status.measured_events);

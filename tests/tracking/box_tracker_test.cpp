@@ -225,6 +225,33 @@ TEST(BoxTracker, ABoxSwappedForAnotherOfOtherSizeIsANewBox) {
   EXPECT_EQ(measured, 2);
 }
 
+// A box whose every frame is uncertain by more than the division (a rim
+// the camera cannot see, a blanked edge that all frames share) is followed
+// and placed, but never measured: no reading leaves the station that it
+// cannot stand behind. Within a wider division the same frames are.
+TEST(BoxTracker, AReadingIsMeasuredOnlyWithinTheDivision) {
+  for (const float division : {2.0f, 5.0f}) {
+    BoxTracker tracker(division);
+    std::vector<Assignment> assignments;
+    std::vector<TrackEvent> events;
+    for (int frame = 0; frame < 60; ++frame) {
+      Sighting s;
+      s.status = BoxStatus::kUncertain;
+      s.centre_mm = kUnderCamera;
+      s.dimensions = kBox;
+      s.uncertainty = {3.0f, 2.0f, 1.5f};
+      tracker.update(frame * kFrameUs, {s}, assignments, events);
+    }
+    int counts[3] = {0, 0, 0};
+    for (const TrackEvent& e : events) ++counts[static_cast<int>(e.kind)];
+    SCOPED_TRACE(division);
+    EXPECT_EQ(counts[static_cast<int>(TrackEventKind::kPlaced)], 1);
+    EXPECT_EQ(counts[static_cast<int>(TrackEventKind::kMeasured)], division < 3.0f ? 0 : 1);
+    ASSERT_TRUE(assignments[0].reading.has_value());
+    EXPECT_FLOAT_EQ(assignments[0].reading->uncertainty_mm, 3.0f);
+  }
+}
+
 // A top that is no rectangle, on its own, is a bag or a piece of a box's
 // side: nothing to follow, no events.
 TEST(BoxTracker, AnIrregularTopOnItsOwnIsNoBox) {

@@ -31,25 +31,51 @@ TEST(ReadingFusion, AMinorityOfBadFramesMovesTheReadingByLessThanTheNoise) {
   EXPECT_EQ(r.frames, 60);
 }
 
-TEST(ReadingFusion, UncertaintyFallsWithTheSquareRootOfTheFrames) {
+TEST(ReadingFusion, StandardErrorFallsWithTheSquareRootOfTheFrames) {
   std::mt19937 rng(5);
   std::normal_distribution<float> noise(0.0f, 2.0f);
   ReadingFusion fusion;
   fusion.add({400, 300, 200});
-  EXPECT_EQ(fusion.reading().uncertainty_mm, 5.0f);  // one frame: no spread known
+  EXPECT_EQ(fusion.reading().standard_error_mm, 5.0f);  // one frame: no spread known
   float at_16 = 0.0f;
   for (int i = 1; i < 200; ++i) {
     fusion.add({400.0f + noise(rng), 300.0f + noise(rng), 200.0f + noise(rng)});
-    if (fusion.frames() == 16) at_16 = fusion.reading().uncertainty_mm;
+    if (fusion.frames() == 16) at_16 = fusion.reading().standard_error_mm;
   }
-  const float at_200 = fusion.reading().uncertainty_mm;
+  const float at_200 = fusion.reading().standard_error_mm;
   // The median's standard error for a spread of 2 mm: 2.5 / sqrt(n) mm.
   EXPECT_NEAR(at_16, 2.5f / 4.0f, 0.35f);
   EXPECT_NEAR(at_200, 2.5f / std::sqrt(200.0f), 0.06f);
   // Frames that all agree: the tenth of a millimetre the reading is given in.
   ReadingFusion same;
   for (int i = 0; i < 10; ++i) same.add({400, 300, 200});
-  EXPECT_FLOAT_EQ(same.reading().uncertainty_mm, 0.1f);
+  EXPECT_FLOAT_EQ(same.reading().standard_error_mm, 0.1f);
+}
+
+// What every frame of a box shares (the rim the camera cannot see, an
+// edge's gap) does not average away: the fused uncertainty stays the
+// frames' typical one, dimension by dimension, unless the frames' own
+// spread says more.
+TEST(ReadingFusion, UncertaintyKeepsWhatEveryFrameShares) {
+  ReadingFusion fusion;
+  for (int i = 0; i < 100; ++i) {
+    fusion.add({400.0f + 0.01f * (i % 3), 300, 200}, nullptr, 0.0f,
+               {i % 2 == 0 ? 2.0f : 2.4f, 1.5f, 3.0f});
+  }
+  const FusedReading r = fusion.reading();
+  EXPECT_NEAR(r.uncertainty.box_length, 2.2f, 0.21f);
+  EXPECT_FLOAT_EQ(r.uncertainty.box_width, 1.5f);
+  EXPECT_FLOAT_EQ(r.uncertainty.box_height, 3.0f);
+  EXPECT_FLOAT_EQ(r.uncertainty_mm, 3.0f);
+  EXPECT_LT(r.standard_error_mm, 0.2f);
+  // Frames that wander more than their uncertainty says: twice the median's
+  // standard error.
+  ReadingFusion wandering;
+  std::mt19937 rng(3);
+  std::normal_distribution<float> noise(0.0f, 20.0f);
+  for (int i = 0; i < 16; ++i)
+    wandering.add({400.0f + noise(rng), 300, 200}, nullptr, 0.0f, {1, 1, 1});
+  EXPECT_GT(wandering.reading().uncertainty.box_length, 5.0f);
 }
 
 TEST(ReadingFusion, HoldsTheLastFramesOnly) {
@@ -108,8 +134,8 @@ TEST(ReadingFusion, AFrameFarOffTheOthersHeightAddsNoHeights) {
   std::mt19937 rng(13);
   ReadingFusion fusion;
   for (int i = 0; i < 40; ++i) {
-    const Frame f = i % 8 == 7 ? frame_of_top(330.0f, 0.0f, 1.0f, rng)
-                               : frame_of_top(250.0f, -4.0f, 1.0f, rng);
+    const Frame f =
+        i % 8 == 7 ? frame_of_top(330.0f, 0.0f, 1.0f, rng) : frame_of_top(250.0f, -4.0f, 1.0f, rng);
     fusion.add(f.dimensions, &f.top);
   }
   EXPECT_NEAR(fusion.reading().dimensions.box_height, 250.0f, 0.2f);
