@@ -209,9 +209,14 @@ std::vector<SequenceScript> sample_sequences(const SequenceFamily& family, int c
       case SequenceKind::kEmptyFloor:
         scripts.push_back(empty_script(*scene));
         break;
-      case SequenceKind::kField:
-        scripts.push_back(placed_script(*scene, kFieldPlacedForS));
+      case SequenceKind::kField: {
+        // The box the sequence follows alone: another one cut by the view's
+        // border is a single frame's test.
+        SceneParameters carton = *scene;
+        carton.other_boxes.clear();
+        scripts.push_back(placed_script(carton, kFieldPlacedForS));
         break;
+      }
     }
   }
   return scripts;

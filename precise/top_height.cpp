@@ -22,7 +22,18 @@ float lid_correction(const TopSurface& surface, float noise, float depth_step,
                      const HeightOptions& options, HeightBuffers& buffers, float& deviation_out) {
   deviation_out = 0.0f;
   // Depths come in steps: a cell between two steps reads up to half a step
-  // off whatever the noise.
+  // off whatever the noise. And the heights' own spread about the surface
+  // (robust, so that a raised part does not count): the noise from pixel
+  // to pixel reads low where depths are whole millimetres.
+  std::vector<float>& spread = buffers.values;
+  spread.clear();
+  for (const cv::Point3f& p : buffers.samples) {
+    spread.push_back(std::abs(p.z - static_cast<float>(surface.at(p.x, p.y))));
+  }
+  if (!spread.empty()) {
+    std::nth_element(spread.begin(), spread.begin() + spread.size() / 2, spread.end());
+    noise = std::max(noise, 1.4826f * spread[spread.size() / 2]);
+  }
   noise = std::max(noise, depth_step / std::sqrt(12.0f));
   const float least_stray = options.stray_steps * depth_step;
   const int cells = options.cells;
