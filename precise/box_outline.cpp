@@ -320,6 +320,7 @@ void OutlineOptions::check() const {
   check_option("outline.steps_per_pixel", steps_per_pixel, 1, 1024);
   check_option("outline.min_side_points", min_side_points, 1, 1 << 20);
   check_option("outline.side_window_pixels", side_window_pixels, 0.1f, 100.0f);
+  check_option("outline.min_standing_contrast", min_standing_contrast, 0.0f, 1000.0f);
   check_option("outline.beyond_pixels", beyond_pixels, 0.0f, 100.0f);
   check_option("outline.mixed_margin", mixed_margin, 0.0f, 0.5f);
   check_option("outline.min_mixed", min_mixed, 1, 1 << 20);
@@ -714,11 +715,14 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
           }
         }
         std::size_t standing = 0;
-        const float side_edge =
-            upright.empty()
-                ? 0.0f
-                : densest_middle(upright, options.side_window_pixels * pixel_mm, standing);
-        if (standing >= static_cast<std::size_t>(options.min_side_points)) {
+        const float window = options.side_window_pixels * pixel_mm;
+        const float side_edge = upright.empty() ? 0.0f : densest_middle(upright, window, standing);
+        // densest_middle sorted the points: the rest spread over the span.
+        const float span = upright.empty() ? 0.0f : upright.back() - upright.front();
+        const float rest_density =
+            static_cast<float>(upright.size() - standing) / std::max(window, span - window);
+        if (standing >= static_cast<std::size_t>(options.min_side_points) &&
+            standing / window >= options.min_standing_contrast * rest_density) {
           edge = side_edge;
           standing_side[side] = true;
         }

@@ -131,9 +131,12 @@ struct OutlineOptions {
   int steps_per_pixel = 16;
   // A side in view places its edge from the points of it below the edge:
   // where the most of them stand within side_window_pixels of each other,
-  // when that is at least min_side_points of them.
+  // when that is at least min_side_points of them, standing
+  // min_standing_contrast times as densely as the rest (the points of a
+  // rounded rim or of a notch's floor spread evenly: no place stands out).
   int min_side_points = 6;
   float side_window_pixels = 1.5f;
+  float min_standing_contrast = 2.0f;
 
   void check() const;
 };

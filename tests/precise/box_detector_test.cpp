@@ -390,7 +390,22 @@ INSTANTIATE_TEST_SUITE_P(
                                    s.tilt_deg = 12.0f;
                                    s.offset_mm = {120.0f, 150.0f};
                                  },
-                                 1.5f, 0.5f}),
+                                 1.5f, 0.5f},
+                      // A notch in a side the camera barely sees: its floor's points
+                      // spread evenly below the edge, no wall to place the side by.
+                      CartonCase{"a_notch_in_a_side_barely_in_view",
+                                 [](SceneParameters& s) {
+                                   s.box_length_mm = 437.0f;
+                                   s.box_width_mm = 214.0f;
+                                   s.box_height_mm = 167.0f;
+                                   s.camera_height_mm = 1015.0f;
+                                   s.tilt_deg = 9.3f;
+                                   s.yaw_deg = 44.8f;
+                                   s.offset_mm = {69.0f, 138.0f};
+                                   s.sensor.flying_filter = FlyingPixelFilter::kStrong;
+                                   s.top.notches = {TopNotch{3, -88.0f, 60.0f, 28.0f, 36.0f}};
+                                 },
+                                 2.5f, 1.0f}),
     [](const auto& info) { return info.param.name; });
 
 }  // namespace
