@@ -608,6 +608,8 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     // Without enough of them (the camera blanked them), the middle.
     mixed_pixels = 0.0f;
     hiding_length = 0.0f;
+    float mixed_above[4];
+    float mixed_below[4];
     for (int side = 0; side < 4; ++side) {
       OutlineBuffers::Side& b = buffers.sides[side];
       float level = 0.0f;
@@ -617,13 +619,18 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
       }
       middle[side] = 0.5f * (rim + level);
       const float clear = std::max(on_tolerance, options.mixed_margin * (rim - level));
+      mixed_above[side] = level + clear;
+      mixed_below[side] = rim - clear;
       b.mixed.clear();
-      for (const OutlineBuffers::RingPixel& r : ring) {
-        if (r.side == side && std::abs(r.s) <= step_band && r.h > level + clear &&
-            r.h < rim - clear) {
-          b.mixed.push_back(r.h);
-        }
+    }
+    for (const OutlineBuffers::RingPixel& r : ring) {
+      if (r.side >= 0 && std::abs(r.s) <= step_band && r.h > mixed_above[r.side] &&
+          r.h < mixed_below[r.side]) {
+        buffers.sides[r.side].mixed.push_back(r.h);
       }
+    }
+    for (int side = 0; side < 4; ++side) {
+      OutlineBuffers::Side& b = buffers.sides[side];
       if (static_cast<int>(b.mixed.size()) >= std::max(options.min_mixed, bins[side])) {
         std::nth_element(b.mixed.begin(), b.mixed.begin() + b.mixed.size() / 2, b.mixed.end());
         middle[side] = b.mixed[b.mixed.size() / 2];
