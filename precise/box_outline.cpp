@@ -161,16 +161,17 @@ float hidden_drop(float radius, float slant_tan, float at) {
 
 // Above a side in view, the drop where a ray of this slant (inwards) meets
 // the rim's plane `at` inside the side: it met the rounding further in, at
-// d with d - slant drop(d) = at.
+// d with d - slant drop(d) = at. With e = r - d across from the circle's
+// centre that is slant sqrt(r^2 - e^2) = a + e, a = at - r + slant r: a
+// quadratic in e whose larger root is the one on the rounding.
 float in_view_drop(float radius, float slant_tan, float at) {
   if (at >= radius) return 0.0f;
-  float low = at;
-  float high = at + slant_tan * radius;
-  for (int i = 0; i < 8; ++i) {
-    const float d = 0.5f * (low + high);
-    (d - slant_tan * rim_drop(radius, d) < at ? low : high) = d;
-  }
-  return rim_drop(radius, 0.5f * (low + high));
+  at = std::max(0.0f, at);
+  const float a = at - radius + slant_tan * radius;
+  const float ss = 1.0f + slant_tan * slant_tan;
+  const float disc = std::max(0.0f, ss * radius * radius - a * a);
+  const float e = std::clamp((slant_tan * std::sqrt(disc) - a) / ss, 0.0f, radius);
+  return radius - std::sqrt(std::max(0.0f, radius * radius - e * e));
 }
 
 // The radius of a rim's rounding, and the largest the pixels allow.
@@ -568,6 +569,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
           static_cast<int>(2.0f * side_reach[side] / (options.stretch_pixels * pixel_mm)), 3,
           OutlineBuffers::kMaxBins);
       b.across.reset(-step_band, resolution, steps);
+      b.across_valid.reset(-step_band, resolution, steps);
       for (int bin = 0; bin < bins[side]; ++bin) b.along[bin].reset(-step_band, resolution, steps);
       // The side's face is in view when the camera stands outside its plane.
       const cv::Point2f normal = rect.normal(side);
@@ -610,9 +612,11 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
     hiding_length = 0.0f;
     float mixed_above[4];
     float mixed_below[4];
+    float beyond_level[4];
     for (int side = 0; side < 4; ++side) {
       OutlineBuffers::Side& b = buffers.sides[side];
-      float level = 0.0f;
+      float& level = beyond_level[side];
+      level = 0.0f;
       if (!b.beyond.empty()) {
         std::nth_element(b.beyond.begin(), b.beyond.begin() + b.beyond.size() / 2, b.beyond.end());
         level = b.beyond[b.beyond.size() / 2];
@@ -659,11 +663,13 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
         if (std::isnan(r.h)) ++b.missing_past;
       }
       // Something higher hides the edge, as missing depth does.
-      if (higher || (std::isnan(r.h) && !in_view_side)) continue;
+      const bool missing = std::isnan(r.h);
+      if (higher || (missing && !in_view_side)) continue;
       if (r.below_valid) b.below.push_back(r.below);
       if (std::abs(s) > step_band) continue;
       const bool on = in_view_side ? r.in_face : r.h >= middle[r.side];
       b.across.add(s, on);
+      if (in_view_side && !missing) b.across_valid.add(s, on);
       const int bin = std::clamp(
           static_cast<int>((r.t + side_reach[r.side]) / (2.0f * side_reach[r.side]) * bins[r.side]),
           0, bins[r.side] - 1);
@@ -687,7 +693,17 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
 
       // The edge across the side from all its samples, and bin by bin along
       // it for the edge's course.
-      const std::optional<EdgeEstimate> step = b.across.edge();
+      std::optional<EdgeEstimate> step = b.across.edge();
+      // Beyond the top's edge on a side in view the camera's filter blanks
+      // the top's last pixels and the side's face together: the edge lies
+      // within that band, when what lies past it shows.
+      bool within_band = false;
+      if (in_view[side]) {
+        if (const std::optional<EdgeEstimate> valid = b.across_valid.edge()) {
+          step = valid;
+          within_band = true;
+        }
+      }
       float edge = step ? step->position : 0.0f;
       SideEdge& found = outline.sides[side];
       found = SideEdge{};
@@ -732,6 +748,15 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
             standing / window >= options.min_standing_contrast * rest_density) {
           edge = side_edge;
           standing_side[side] = true;
+        } else if (within_band) {
+          // Too little of the side's face to stand on: the camera blanked it
+          // with the edge's own pixels, and the gap reaches over it, as far
+          // as the ray sees the face, (rim - level) times its slant.
+          const float face = std::min(
+              step->gap,
+              (rim - beyond_level[side]) * std::abs(grazing_tangent(rect, basis, side)));
+          edge -= 0.5f * face;
+          found.gap_mm = step->gap - face;
         }
       }
       shift[side] = edge;

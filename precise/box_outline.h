@@ -204,6 +204,9 @@ struct OutlineBuffers {
   static constexpr int kMaxBins = 12;
   struct Side {
     EdgeCounts across;           // the whole side
+    // A side in view counted again without the pixels that have no depth:
+    // the edge within the band the camera blanked.
+    EdgeCounts across_valid;
     EdgeCounts along[kMaxBins];  // stretch by stretch
     std::vector<cv::Point2f> below;
     std::vector<float> beyond;  // heights of what lies beyond the edge

@@ -391,6 +391,21 @@ INSTANTIATE_TEST_SUITE_P(
                                    s.offset_mm = {120.0f, 150.0f};
                                  },
                                  1.5f, 0.5f},
+                      // A side the camera barely sees, its face blanked by the filter
+                      // with the top's last pixels: the edge lies within that band.
+                      CartonCase{"a_side_barely_in_view_straight_below",
+                                 [](SceneParameters& s) {
+                                   s.sensor.flying_filter = FlyingPixelFilter::kStrong;
+                                   s.yaw_deg = 0.0f;
+                                   s.offset_mm = {-200.0f, -60.0f};
+                                 },
+                                 1.5f, 0.5f},
+                      CartonCase{"a_side_barely_in_view_turned",
+                                 [](SceneParameters& s) {
+                                   s.sensor.flying_filter = FlyingPixelFilter::kStrong;
+                                   s.offset_mm = {-200.0f, -60.0f};
+                                 },
+                                 1.5f, 0.5f},
                       // A notch in a side the camera barely sees: its floor's points
                       // spread evenly below the edge, no wall to place the side by.
                       CartonCase{"a_notch_in_a_side_barely_in_view",
