@@ -178,6 +178,9 @@ void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
   cmd->add_option("--csv", args.options.csv_path, "Write one row per scene and engine to FILE");
   cmd->add_option("--plot", args.options.plot_path,
                   "Draw the errors against camera tilt and distance into FILE.png");
+  cmd->add_flag("--sides", args.options.sides,
+               "Also judge each side of the boxes the precise engine measures against the true "
+               "side, by how the side was placed");
   cmd->add_option("--sequences", args.options.sequences,
                   "Instead of scenes, film N rendered sequences of each kind (placed, two-boxes, "
                   "carried, empty) and judge the precise engine's tracker")
@@ -250,7 +253,7 @@ EvaluateOptions finish_evaluate(const CLI::App& app, EvaluateArguments& args) {
   const CLI::App* cmd = app.get_subcommand("evaluate");
   if (cmd->count("--sequences") > 0) {
     // Sequences judge the precise engine's tracker over kinds of their own.
-    for (const char* option : {"--scenes", "--family", "--engine", "--csv", "--plot"}) {
+    for (const char* option : {"--scenes", "--family", "--engine", "--csv", "--plot", "--sides"}) {
       if (cmd->count(option) > 0) throw UsageError(option, "does not go with --sequences");
     }
   }

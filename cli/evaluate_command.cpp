@@ -15,6 +15,7 @@
 #include "cli/output.h"
 #include "cli/output_paths.h"
 #include "cli/progress_bar.h"
+#include "evaluation/side_errors.h"
 #include "runtime/stop_signals.h"
 
 namespace boxdim {
@@ -175,6 +176,27 @@ void print_table(std::ostream& out, const std::vector<FamilyResult>& results) {
   }
 }
 
+void print_side_table(std::ostream& out,
+                      const std::vector<std::pair<const SceneFamily*, std::vector<SideError>>>&
+                          families) {
+  out << "\nThe sides of the boxes the precise engine measured, against the true sides\n"
+         "(mm, + outwards: a box read long on that side):\n\n"
+      << "family     placed by                      sides     mean       sd\n";
+  for (const auto& [family, errors] : families) {
+    const auto stats = summarise_sides(errors);
+    bool first = true;
+    for (int p = 0; p < kSidePlacements; ++p) {
+      if (stats[p].sides == 0) continue;
+      out << std::left << std::setw(11) << (first ? family->name : "") << std::setw(28)
+          << side_placement_name(static_cast<SidePlacement>(p)) << std::right << std::setw(8)
+          << stats[p].sides << std::fixed << std::setprecision(2) << std::showpos
+          << std::setw(9) << stats[p].mean_mm << std::noshowpos << std::setw(9)
+          << stats[p].sd_mm << '\n';
+      first = false;
+    }
+  }
+}
+
 ErrorPoint error_point(int series, const SceneMeasurement& m) {
   const BoxDimensions& truth = m.truth.dimensions;
   return {series,
@@ -213,11 +235,13 @@ int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& er
   std::vector<FamilyResult> results;
   std::vector<ErrorPoint> points;
   std::vector<int> sampled;  // per family
+  std::vector<std::pair<const SceneFamily*, std::vector<SideError>>> sides;
   int done = 0;
   for (const SceneFamily& family : options.families) {
     if (StopSignals::requested()) break;
     SceneSampler sampler(family, options.scenes, options.seed);
     std::vector<std::vector<SceneMeasurement>> by_engine(options.engines.size());
+    if (options.sides && family.measurable()) sides.push_back({&family, {}});
     int index = 0;
     while (!StopSignals::requested()) {
       progress.update(done, family.name);
@@ -231,6 +255,11 @@ int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& er
         const SceneMeasurement& m = by_engine[e].back();
         if (csv.is_open()) write_line(csv, csv_row(family.name, index, m), options.csv_path);
         if (m.ok && family.measurable()) points.push_back(error_point(static_cast<int>(e), m));
+      }
+      if (options.sides && family.measurable()) {
+        const std::vector<SideError> errors =
+            measure_sides(*scene, rendered, options.division_mm, kRansacSeed);
+        sides.back().second.insert(sides.back().second.end(), errors.begin(), errors.end());
       }
       ++done;
     }
@@ -251,6 +280,7 @@ int evaluate(const EvaluateOptions& options, std::ostream& out, std::ostream& er
   }
   std::ostringstream report;
   print_table(report, results);
+  if (options.sides) print_side_table(report, sides);
   if (stop_signal) {
     report << "\nInterrupted by " << StopSignals::name(stop_signal) << " after " << done << " of "
            << total << " scenes; the figures cover those.\n";

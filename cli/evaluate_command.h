@@ -19,6 +19,9 @@ struct EvaluateOptions {
   std::string csv_path;              // empty: no table of scenes
   std::string plot_path;             // empty: no picture
   int sequences = 0;  // more than 0: that many rendered sequences per kind instead of scenes
+  // Also each side of the boxes the precise engine measures against the true
+  // side, by how the side was placed.
+  bool sides = false;
   // The station's division (mm): a box whose size cannot be told within it
   // is uncertain.
   float division_mm = 5.0f;

@@ -43,6 +43,8 @@ bool box_in_frame(const SceneParameters& scene) {
   return true;
 }
 
+}  // namespace
+
 double shortest_top_side_px(const SceneGroundTruth& truth) {
   double shortest = 1e9;
   for (int i = 0; i < 4; ++i) {
@@ -57,6 +59,8 @@ cv::Point2f top_centre_px(const SceneGroundTruth& truth) {
   for (const cv::Point2f& corner : truth.top_corners_px) centre += 0.25f * corner;
   return centre;
 }
+
+namespace {
 
 // The share of the box's top face (in the image) that lies within the frame.
 double top_share_in_view(const SceneParameters& scene) {

@@ -129,6 +129,10 @@ struct ErrorStatistics {
 // long in the image: as an operator would place a box to be measured.
 bool measurable_box(const SceneParameters& scene);
 
+// The main box's top in the image: its centre, and its shortest side (px).
+cv::Point2f top_centre_px(const SceneGroundTruth& truth);
+double shortest_top_side_px(const SceneGroundTruth& truth);
+
 // Median and 95th percentile of absolute errors; zeros for none.
 ErrorStatistics error_statistics(std::vector<double> errors);
 

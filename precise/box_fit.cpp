@@ -42,6 +42,8 @@ BoxFit fit_box(const FrameView& frame, const TopFace& face, const FitOptions& op
   if (!outline) return fit;
   fit.corners_mm = outline->corners_mm;
   fit.corners_px = outline->corners_px;
+  std::copy(std::begin(outline->sides), std::end(outline->sides), fit.sides.begin());
+  fit.rim_radius_mm = outline->rim_radius_mm;
   fit.centre_px =
       0.25f * (fit.corners_px[0] + fit.corners_px[1] + fit.corners_px[2] + fit.corners_px[3]);
   fit.centre_mm =

@@ -33,6 +33,11 @@ struct BoxFit {
   float confidence = 0.0f;
   // Each dimension's uncertainty (mm, about 95 % of errors within it).
   BoxDimensions uncertainty;
+  // How the outline placed each side once a rectangle was fitted: side k
+  // (+axis, +across, -axis, -across) runs from corner k + 1 to corner k + 2;
+  // and the rim's rounding read (mm; 0 when none was read).
+  std::array<SideEdge, 4> sides{};
+  float rim_radius_mm = 0.0f;
   // The sums the height was fitted from, x along the top's longer side, and
   // what the height adds to their surface's highest point (see TopHeight).
   TopMoments top;

@@ -88,6 +88,10 @@ INSTANTIATE_TEST_SUITE_P(
                   "/nonexistent/boxdim/s.raw: cannot be opened for writing"},
         UsageCase{"unknown_family", {"evaluate", "--family", "sideways"}, "--family"},
         UsageCase{"no_scenes", {"evaluate", "--scenes", "0"}, "--scenes"},
+        // Sequences judge the tracker over kinds of their own, not scenes' sides.
+        UsageCase{"sides_of_sequences",
+                  {"evaluate", "--sequences", "1", "--sides"},
+                  "--sides"},
         UsageCase{"plot_not_png",
                   {"evaluate", "--plot", "errors.jpg"},
                   "errors.jpg: the picture must be a .png file"},
