@@ -26,4 +26,6 @@ export BOXDIM_SOAK_FRAMES=${BOXDIM_SOAK_FRAMES:-300}
 export BOXDIM_E2E_PRESSES=${BOXDIM_E2E_PRESSES:-25}
 # The load test judges the frame rate of the optimised build; under the
 # sanitizers it only says how slow they are.
-ctest --test-dir build-asan --output-on-failure -j2 -LE load
+# As in the normal run, a hang fails its test after five minutes; under the
+# sanitizers the slowest take well under a minute.
+ctest --test-dir build-asan --output-on-failure -j2 -LE load --timeout 300

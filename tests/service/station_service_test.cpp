@@ -5,11 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "cli/temp_dir.h"
+#include "virtual_camera/device.h"
+#include "virtual_camera/virtual_clock.h"
 
 namespace boxdim::service {
 namespace {
@@ -35,9 +39,25 @@ TEST(StationService, AFullHistoryIsReportedOnceAndMeasuringGoesOn) {
     StationOptions options;
     options.engine = "precise";
     options.clock_us = [] { return std::int64_t{1795421702000000}; };
+    // The scene moves on one frame period per poll, as the measuring loop
+    // polls once per frame: each box stays in view for as many frames
+    // however slowly this build measures (a sanitized build took so long
+    // per frame on the steady clock that no box was ever measured).
+    std::atomic<std::int64_t> polls{0};
+    virtual_camera::set_clock([&polls] {
+      using FramePeriods =
+          std::chrono::duration<std::int64_t, std::ratio<1, virtual_camera::kFramesPerSecond>>;
+      return std::chrono::steady_clock::time_point(
+          std::chrono::ceil<std::chrono::steady_clock::duration>(FramePeriods(polls.fetch_add(1))));
+    });
     StationService station(options, history, hub, log);
-    // Until two boxes were measured (and stored or not).
-    station.run([&] { return station.status().measured_events >= 2; });
+    // Until two boxes were measured (and stored or not), or for as many
+    // frames as four placements take, should measuring never say so.
+    station.run([&] {
+      const ServiceStatus now = station.status();
+      return now.measured_events >= 2 || now.frames_measured >= 150;
+    });
+    virtual_camera::set_clock(nullptr);
     const ServiceStatus status = station.status();
     EXPECT_EQ(status.history_problem,
               dir.file("data/history.sqlite3") + ": database or disk is full");
