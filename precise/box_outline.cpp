@@ -131,14 +131,6 @@ float grazing_tangent(const PlaneRectangle& rect, const TopPlane& plane, int sid
   return down > 0.0f ? middle.dot(outward) / down : 0.0f;
 }
 
-// A carton's rim rounded to radius r drops by r - sqrt(r^2 - (r - d)^2) at
-// d from the side inwards.
-float rim_drop(float r, float d) {
-  if (d >= r) return 0.0f;
-  const float from_centre = r - std::max(0.0f, d);
-  return r - std::sqrt(std::max(0.0f, r * r - from_centre * from_centre));
-}
-
 // The drop below the rim of a rounding of `radius` where a ray of this
 // slant (tangent of its angle from the vertical, outwards) meets the rim's
 // plane `at` inside the silhouette of a hiding edge: the ray grazes the
@@ -197,18 +189,23 @@ RimRadius side_rim_radius(const float* pairs, std::size_t points, bool in_view, 
   double fits[kRadii];
   int tried = 0;
   const float cap = 2.0f * options.rim_noise_mm;
+  // Where the points lie is the same for every radius.
+  double sd = 0.0, sdd = 0.0;
+  for (std::size_t i = 0; i < points; ++i) {
+    const float inside = pairs[2 * i];
+    sd += inside;
+    sdd += double(inside) * inside;
+  }
+  misfits.resize(points);
   for (float radius = 0.0f; radius <= options.max_rim_radius_mm; radius += 0.5f) {
-    misfits.clear();
-    double sd = 0.0, sm = 0.0, sdd = 0.0, sdm = 0.0;
+    double sm = 0.0, sdm = 0.0;
     for (std::size_t i = 0; i < points; ++i) {
       const float inside = pairs[2 * i];
       const float drop =
           in_view ? in_view_drop(radius, slant, inside) : hidden_drop(radius, slant, inside);
       const float misfit = pairs[2 * i + 1] - drop;
-      misfits.push_back(misfit);
-      sd += inside;
+      misfits[i] = misfit;
       sm += misfit;
-      sdd += double(inside) * inside;
       sdm += double(inside) * misfit;
     }
     const double n = static_cast<double>(points);
