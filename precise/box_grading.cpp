@@ -23,7 +23,7 @@ void GradingOptions::check() const {
   check_option("grading.coverage_factor", coverage_factor, 0.5f, 10.0f);
   check_option("grading.edge_pixels", edge_pixels, 0.0f, 10.0f);
   check_option("grading.gap_share", gap_share, 0.0f, 10.0f);
-  check_option("grading.unseen_rim_mm", unseen_rim_mm, 0.0f, 100.0f);
+  check_option("grading.read_rim_share", read_rim_share, 0.0f, 10.0f);
   check_option("grading.standing_pixels", standing_pixels, 0.0f, 10.0f);
   check_option("grading.range_error_mm", range_error_mm, 0.0f, 100.0f);
 }
@@ -39,15 +39,12 @@ float side_deviation(const SideEdge& side, const TopOutline& outline,
   float variance = std::pow(options.edge_pixels * pixel_mm, 2.0f) +
                    std::pow(options.gap_share * side.gap_mm, 2.0f);
   if (side.stretches > 0) variance += side.course_rms_mm * side.course_rms_mm / side.stretches;
-  if (!side.in_view) {
+  if (!side.in_view && outline.rim_radius_mm > 0.0f) {
     // What a rounding of radius r hides from a ray of this slant, per mm of
-    // r: the rounding read may be off by a share of itself; a typical
-    // carton's, when none was read, may hide this much.
+    // r: the rounding read may be off by a share of itself.
     const float g = std::max(0.0f, side.grazing);
     const float hides = 1.0f + g - std::sqrt(1.0f + g * g);
-    const float unknown =
-        outline.rim_radius_mm > 0.0f ? 0.3f * outline.rim_radius_mm : options.unseen_rim_mm;
-    variance += std::pow(unknown * hides, 2.0f);
+    variance += std::pow(options.read_rim_share * outline.rim_radius_mm * hides, 2.0f);
   }
   return std::sqrt(variance);
 }
@@ -74,20 +71,24 @@ Grade grade_box(const TopFace& face, const TopOutline& outline, const TopHeight&
                 float width_mm, cv::Size image, const GradingOptions& options) {
   Grade grade;
   const TopSurface& surface = height.surface;
-  // Each dimension's standard deviation: its two sides', and the camera's
-  // range error scaling it.
+  // Each dimension's uncertainty: its two sides' deviations and the
+  // camera's range error scaling it, to the coverage factor, and what a
+  // rounding no pixel showed may hide.
   const PlaneRectangle& rect = outline.rectangle;
   const float range = std::abs(outline.plane.lift);
-  float deviation[2];
+  float spread[2];
   for (int axis = 0; axis < 2; ++axis) {
     const float a = side_deviation(outline.sides[axis], outline, options);
     const float b = side_deviation(outline.sides[axis + 2], outline, options);
     const float scale = 2.0f * rect.half[axis] * options.range_error_mm / std::max(1.0f, range);
-    deviation[axis] = std::sqrt(a * a + b * b + scale * scale);
+    // A rounding no pixel showed moves both sides alike: its spreads add.
+    const float unseen =
+        outline.sides[axis].unseen_rim_spread_mm + outline.sides[axis + 2].unseen_rim_spread_mm;
+    spread[axis] = options.coverage_factor * std::sqrt(a * a + b * b + scale * scale) + unseen;
   }
   const int longer = rect.half[0] >= rect.half[1] ? 0 : 1;
-  grade.uncertainty.box_length = options.coverage_factor * deviation[longer];
-  grade.uncertainty.box_width = options.coverage_factor * deviation[1 - longer];
+  grade.uncertainty.box_length = spread[longer];
+  grade.uncertainty.box_width = spread[1 - longer];
   grade.uncertainty.box_height = options.coverage_factor * height_deviation(face, height, options);
   const float pixel_mm = outline.pixel_mm;
   const float fill = outline.fill;

@@ -45,18 +45,20 @@ struct GradingOptions {
   float coverage_factor = 2.0f;
   // A side's standard deviation, mm: edge_pixels pixel sizes where its
   // edge was found, gap_share of the gap it lies in, the rms of its course
-  // over the square root of its stretches, and where the camera's ray hid
-  // the rim, unseen_rim_mm (a carton's typical rounding, when none was
-  // read) times what such a rounding hides at the ray's angle. A side in
-  // view placed by its own points: standing_pixels pixel sizes.
-  float edge_pixels = 0.15f;
-  float gap_share = 0.2f;
-  float unseen_rim_mm = 4.0f;
-  float standing_pixels = 0.3f;
+  // over the square root of its stretches, and where the camera's ray hid a
+  // rim whose rounding was read, read_rim_share of what that rounding hides
+  // at the ray's angle. A side in view placed by its own points:
+  // standing_pixels pixel sizes. A rounding that was not read adds what it
+  // may hide on top (see OutlineOptions::max_unseen_rim_mm): it moves both
+  // sides of a dimension alike.
+  float edge_pixels = 0.1f;
+  float gap_share = 0.1f;
+  float read_rim_share = 0.3f;
+  float standing_pixels = 0.2f;
   // The camera's range error that stays after its calibration, the same in
   // every frame (mm): it scales the length and width by itself over the
   // range, and falls on the height.
-  float range_error_mm = 1.0f;
+  float range_error_mm = 1.5f;
 
   void check() const;
 };

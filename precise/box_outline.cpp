@@ -172,66 +172,160 @@ struct RimRadius {
   float upper = 0.0f;
 };
 
-// The radius of the rim's rounding that one side's pixels support:
-// (inside, drop) pairs, where the ray meets the rim's plane inside the edge
-// and how far below the rim it reads. Each radius's drops are fitted with an
-// offset and a slope of their own (the lid near the edge may stand off the
-// rim's height or slope: a bump, a bulge, a flap); a rounding bends within
-// its radius, and must fit better by several times what the Bayesian
-// information criterion asks (neighbouring pixels' noise is not
-// independent: the depths' steps, the camera's smoothing).
-RimRadius side_rim_radius(const float* pairs, std::size_t points, bool in_view, float slant,
-                          const OutlineOptions& options, std::vector<float>& misfits) {
-  float best = 0.0f;
-  double best_criterion = std::numeric_limits<double>::infinity();
-  // Each radius's fit without its penalty, for the largest the pixels allow.
-  constexpr int kRadii = 64;
-  double fits[kRadii];
-  int tried = 0;
-  const float cap = 2.0f * options.rim_noise_mm;
-  // Where the points lie is the same for every radius.
-  double sd = 0.0, sdd = 0.0;
+// How the pixels near one side drop below the rim, across it: where their
+// rays meet the rim's plane inside the edge (mm), in bins a fraction of a
+// pixel wide, each bin's median drop (flying pixels and specks of the lid
+// leave medians alone) and how many pixels it holds.
+struct RimProfile {
+  static constexpr int kMaxBins = 48;
+  int bins = 0;
+  int pixels = 0;
+  float inside[kMaxBins];
+  float drop[kMaxBins];
+  float count[kMaxBins];
+  // One pixel's spread about its bin's median (mm).
+  float noise = 1.0f;
+};
+
+// The profile of (inside, drop) pairs with inside from `near` on, in bins of
+// `width`; `values` is scratch. Bins without pixels are left out.
+void build_rim_profile(const float* pairs, std::size_t points, float near, float width,
+                       std::vector<float>& values, RimProfile& profile) {
+  int first[RimProfile::kMaxBins + 1] = {};
+  double inside_sum[RimProfile::kMaxBins] = {};
+  const auto bin_of = [&](float inside) {
+    return std::clamp(static_cast<int>((inside - near) / width), 0, RimProfile::kMaxBins - 1);
+  };
   for (std::size_t i = 0; i < points; ++i) {
-    const float inside = pairs[2 * i];
-    sd += inside;
-    sdd += double(inside) * inside;
+    const int b = bin_of(pairs[2 * i]);
+    ++first[b + 1];
+    inside_sum[b] += pairs[2 * i];
   }
-  misfits.resize(points);
-  for (float radius = 0.0f; radius <= options.max_rim_radius_mm; radius += 0.5f) {
-    double sm = 0.0, sdm = 0.0;
-    for (std::size_t i = 0; i < points; ++i) {
-      const float inside = pairs[2 * i];
-      const float drop =
-          in_view ? in_view_drop(radius, slant, inside) : hidden_drop(radius, slant, inside);
-      const float misfit = pairs[2 * i + 1] - drop;
-      misfits[i] = misfit;
-      sm += misfit;
-      sdm += double(inside) * misfit;
+  for (int b = 0; b < RimProfile::kMaxBins; ++b) first[b + 1] += first[b];
+  values.resize(2 * points);
+  int next[RimProfile::kMaxBins];
+  std::copy(first, first + RimProfile::kMaxBins, next);
+  for (std::size_t i = 0; i < points; ++i) values[next[bin_of(pairs[2 * i])]++] = pairs[2 * i + 1];
+  profile.bins = 0;
+  profile.pixels = static_cast<int>(points);
+  for (int b = 0; b < RimProfile::kMaxBins; ++b) {
+    const int n = first[b + 1] - first[b];
+    if (n == 0) continue;
+    float* begin = values.data() + first[b];
+    std::nth_element(begin, begin + n / 2, begin + n);
+    const int k = profile.bins++;
+    profile.inside[k] = static_cast<float>(inside_sum[b] / n);
+    profile.drop[k] = begin[n / 2];
+    profile.count[k] = static_cast<float>(n);
+  }
+  // The pixels' spread about their bins' medians, pooled: the median of
+  // their absolute deviations.
+  float* deviations = values.data() + points;
+  for (int b = 0, k = 0; b < RimProfile::kMaxBins; ++b) {
+    if (first[b + 1] == first[b]) continue;
+    for (int i = first[b]; i < first[b + 1]; ++i) {
+      deviations[i] = std::abs(values[i] - profile.drop[k]);
     }
-    const double n = static_cast<double>(points);
-    const double spread = n * sdd - sd * sd;
-    const double slope = spread > 1e-9 ? (n * sdm - sd * sm) / spread : 0.0;
-    const double offset = (sm - slope * sd) / n;
-    double cost = 0.0;
-    for (std::size_t i = 0; i < points; ++i) {
-      const double m = std::min<double>(cap, std::abs(misfits[i] - offset - slope * pairs[2 * i]));
-      cost += m * m;
+    ++k;
+  }
+  std::nth_element(deviations, deviations + points / 2, deviations + points);
+  profile.noise = std::max(0.1f, 1.4826f * deviations[points / 2]);
+}
+
+// How well a rounding of each radius (0, 0.5, 1 ... mm) explains the bins of
+// a profile from `from` mm inside on: chi-square of the medians about the
+// rounding's drop, each radius with an offset and a slope of its own (the
+// lid near the edge may stand off the rim's height or slope: a bump, a
+// bulge, a flap). Returns how many radii were tried; nothing when fewer
+// than four bins take part.
+int rim_chi_squares(const RimProfile& profile, float from, bool in_view, float slant,
+                    float footprint, const OutlineOptions& options, double* chi, int max_radii,
+                    int& bins_used) {
+  // A median's variance is pi / 2 times the mean's.
+  const double per_pixel = 1.0 / (1.5708 * double(profile.noise) * profile.noise);
+  double sw = 0.0, sx = 0.0, sxx = 0.0;
+  bins_used = 0;
+  for (int k = 0; k < profile.bins; ++k) {
+    if (profile.inside[k] < from) continue;
+    const double w = profile.count[k] * per_pixel;
+    sw += w;
+    sx += w * profile.inside[k];
+    sxx += w * profile.inside[k] * profile.inside[k];
+    ++bins_used;
+  }
+  if (bins_used < 4) return 0;
+  const double spread = sw * sxx - sx * sx;
+  int tried = 0;
+  for (float radius = 0.0f; radius <= options.max_rim_radius_mm && tried < max_radii;
+       radius += 0.5f) {
+    double sm = 0.0, sxm = 0.0, smm = 0.0;
+    for (int k = 0; k < profile.bins; ++k) {
+      const float inside = profile.inside[k];
+      if (inside < from) continue;
+      const double w = profile.count[k] * per_pixel;
+      // A pixel reads the mean of what its footprint covers, a pixel wide.
+      float drop = 0.0f;
+      for (const float at : {-0.375f, -0.125f, 0.125f, 0.375f}) {
+        const float x = inside + at * footprint;
+        drop += 0.25f * (in_view ? in_view_drop(radius, slant, x) : hidden_drop(radius, slant, x));
+      }
+      const double m = profile.drop[k] - drop;
+      sm += w * m;
+      sxm += w * inside * m;
+      smm += w * m * m;
     }
-    const double penalty = radius > 0.0f ? options.rim_evidence * std::log(n) : 0.0;
-    const double fit = n * std::log(std::max(cost, 1e-9) / n);
-    if (tried < kRadii) fits[tried++] = fit;
-    const double criterion = fit + penalty;
-    if (criterion < best_criterion) {
-      best_criterion = criterion;
-      best = radius;
+    // The weighted residual sum of squares after the best offset and slope.
+    double rss = smm - sm * sm / sw;
+    if (spread > 1e-12) {
+      const double cov = sxm - sx * sm / sw;
+      rss -= cov * cov / (sxx - sx * sx / sw);
+    }
+    chi[tried++] = std::max(0.0, rss);
+  }
+  return tried;
+}
+
+// The radius of the rim's rounding that one side's profile supports, from
+// the bins past what the camera blurs (`from`), and the largest rounding
+// all its bins allow (a blur only lowers the pixels near the edge, so it
+// can only widen what they allow). A rounding must fit better by several
+// times what the Bayesian information criterion asks (neighbouring pixels'
+// noise is not independent: the depths' steps, the camera's smoothing);
+// where the bins stray from every rounding more than their noise explains,
+// chance is judged on that stray.
+std::optional<RimRadius> side_rim_radius(const RimProfile& profile, float from, bool in_view,
+                                         float slant, float footprint,
+                                         const OutlineOptions& options) {
+  constexpr int kRadii = 64;
+  double chi[kRadii];
+  int bins = 0;
+  const int tried =
+      rim_chi_squares(profile, from, in_view, slant, footprint, options, chi, kRadii, bins);
+  if (tried == 0) return std::nullopt;
+  const double best_chi = *std::min_element(chi, chi + tried);
+  const double stray = std::max(1.0, best_chi / std::max(1, bins - 3));
+  const double penalty = options.rim_evidence * std::log(double(profile.pixels)) * stray;
+  RimRadius result;
+  double best_criterion = chi[0];
+  for (int i = 1; i < tried; ++i) {
+    if (chi[i] + penalty < best_criterion) {
+      best_criterion = chi[i] + penalty;
+      result.radius = 0.5f * i;
     }
   }
-  // The largest radius that fits within what chance allows of the best fit
-  // (a likelihood ratio at 95 %): the rounding these pixels cannot rule out.
-  const double best_fit = *std::min_element(fits, fits + tried);
-  RimRadius result{best, best};
-  for (int i = 0; i < tried; ++i) {
-    if (fits[i] <= best_fit + 3.84) result.upper = std::max(result.upper, 0.5f * i);
+  // The largest radius within what chance allows of the best fit (a
+  // likelihood ratio at 95 %), over every bin: the rounding these pixels
+  // cannot rule out.
+  // They are at least as many as those past the blur.
+  double all[kRadii];
+  int all_bins = 0;
+  const int count =
+      rim_chi_squares(profile, -1e9f, in_view, slant, footprint, options, all, kRadii, all_bins);
+  const double all_best = *std::min_element(all, all + count);
+  const double all_stray = std::max(1.0, all_best / std::max(1, all_bins - 3));
+  result.upper = result.radius;
+  for (int i = 0; i < count; ++i) {
+    if (all[i] <= all_best + 3.84 * all_stray) result.upper = std::max(result.upper, 0.5f * i);
   }
   return result;
 }
@@ -241,22 +335,27 @@ RimRadius side_rim_radius(const float* pairs, std::size_t points, bool in_view, 
 // rounding meets the rim's plane nearer the side; inside a hiding edge the
 // rays graze the rounding at the edge found and meet it lower further in.
 // Pixels that mix the top with what lies beyond or that the camera blurs
-// are left out: within `in_view_blur` of a side in view, `hiding_blur` of a
-// hiding edge. Each side with enough pixels gives its own radius (or
+// are left out of the radius: within `in_view_blur` of a side in view,
+// `hiding_blur` of a hiding edge; the largest rounding allowed is judged
+// from `near` on. Each side with enough pixels gives its own radius (or
 // abstains when it can neither find one nor rule one out). The sides in
 // view that give one decide; else a carton is rounded all round, so the
 // middle of the hiding edges' radii stands (a bump or a flap at one edge
-// passes for a rounding there alone), none without two such edges.
+// passes for a rounding there alone), none without two such edges. `upper`
+// takes the largest rounding each side's pixels allow, abstaining or not
+// (-1: too few of them).
 float estimate_rim_radius(const std::vector<OutlineBuffers::RingPixel>& ring,
                           const PlaneRectangle& rect, const TopPlane& plane, const bool standing[4],
-                          const bool in_view[4], const float middle[4], float rim,
-                          float in_view_blur, float hiding_blur, const OutlineOptions& options,
-                          std::vector<float>& values, std::vector<float>& misfits, float upper[4]) {
+                          const bool in_view[4], const float middle[4], float rim, float near,
+                          float bin_width, float footprint, float in_view_blur, float hiding_blur,
+                          const OutlineOptions& options, std::vector<float>& values,
+                          std::vector<float>& scratch, float upper[4]) {
   for (int side = 0; side < 4; ++side) upper[side] = -1.0f;
   float radii[4];
   int sides = 0;
   float standing_radii[4];
   int standing_sides = 0;
+  RimProfile profile;
   for (int side = 0; side < 4; ++side) {
     const bool hiding = !in_view[side];
     if (!hiding && !standing[side]) continue;
@@ -269,25 +368,22 @@ float estimate_rim_radius(const std::vector<OutlineBuffers::RingPixel>& ring,
     for (const OutlineBuffers::RingPixel& r : ring) {
       if (r.side != side || std::isnan(r.h) || r.h < floor) continue;
       const float inside = offset - r.q.dot(normal);
-      if (inside < blur || inside > reach) continue;
+      if (inside < near || inside > reach) continue;
       values.push_back(inside);
       values.push_back(rim - r.h);
     }
-    // At most about max_rim_samples of them, evenly.
-    const std::size_t every =
-        values.size() / 2 / static_cast<std::size_t>(options.max_rim_samples) + 1;
-    std::size_t points = 0;
-    for (std::size_t i = 0; i < values.size() / 2; i += every, ++points) {
-      values[2 * points] = values[2 * i];
-      values[2 * points + 1] = values[2 * i + 1];
-    }
+    const std::size_t points = values.size() / 2;
     if (points < static_cast<std::size_t>(options.min_rim_points)) continue;
+    const float width = std::max(bin_width, (reach - near) / RimProfile::kMaxBins);
+    build_rim_profile(values.data(), points, near, width, scratch, profile);
     const float slant = std::abs(grazing_tangent(rect, plane, side));
-    const RimRadius fit = side_rim_radius(values.data(), points, !hiding, slant, options, misfits);
+    const std::optional<RimRadius> fit =
+        side_rim_radius(profile, blur, !hiding, slant, footprint, options);
+    if (!fit) continue;
+    upper[side] = fit->upper;
     // A side that finds none but cannot rule one out says nothing.
-    if (fit.radius == 0.0f && fit.upper > options.sharp_rim_mm) continue;
-    (hiding ? radii[sides++] : standing_radii[standing_sides++]) = fit.radius;
-    upper[side] = fit.upper;
+    if (fit->radius == 0.0f && fit->upper > options.sharp_rim_mm) continue;
+    (hiding ? radii[sides++] : standing_radii[standing_sides++]) = fit->radius;
   }
   // A side in view shows its rounding across several pixels, undisturbed
   // by what lies beyond: its word stands.
@@ -325,12 +421,13 @@ void OutlineOptions::check() const {
   check_option("outline.coverage_rise_mm", coverage_rise_mm, 0.0f, 10000.0f);
   check_option("outline.max_rim_radius_mm", max_rim_radius_mm, 0.0f, 100.0f);
   check_option("outline.min_rim_points", min_rim_points, 1, 1 << 20);
-  check_option("outline.rim_noise_mm", rim_noise_mm, 0.1f, 100.0f);
   check_option("outline.rim_blur_pixels", rim_blur_pixels, 0.0f, 100.0f);
   check_option("outline.rim_evidence", rim_evidence, 1.0f, 1000.0f);
   check_option("outline.rim_hiding_pixels", rim_hiding_pixels, 0.0f, 100.0f);
   check_option("outline.sharp_rim_mm", sharp_rim_mm, 0.0f, 100.0f);
-  check_option("outline.max_rim_samples", max_rim_samples, 10, 1 << 20);
+  check_option("outline.max_unseen_rim_mm", max_unseen_rim_mm, 0.0f, 100.0f);
+  check_option("outline.rim_near_pixels", rim_near_pixels, 0.0f, 100.0f);
+  check_option("outline.rim_bin_pixels", rim_bin_pixels, 0.05f, 100.0f);
   check_option("outline.higher_share", higher_share, 0.0, 1.0);
   check_option("outline.missing_share", missing_share, 0.0, 1.0);
   check_option("outline.missing_from_pixels", missing_from_pixels, 0.0f, 100.0f);
@@ -750,8 +847,7 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
           // with the edge's own pixels, and the gap reaches over it, as far
           // as the ray sees the face, (rim - level) times its slant.
           const float face = std::min(
-              step->gap,
-              (rim - beyond_level[side]) * std::abs(grazing_tangent(rect, basis, side)));
+              step->gap, (rim - beyond_level[side]) * std::abs(grazing_tangent(rect, basis, side)));
           edge -= 0.5f * face;
           found.gap_mm = step->gap - face;
         }
@@ -810,25 +906,43 @@ std::optional<TopOutline> fit_outline(const FrameView& frame, const TopFace& fac
   // The pixels between the top and the floor are about the blur's middle
   // part: it reaches about twice as far.
   const float blur_reach = 2.0f * outline.edge_blur_px;
-  const float in_view_blur = std::max(options.rim_blur_pixels, blur_reach + 0.5f) * pixel_mm;
+  // Past a side in view, a pixel's own footprint (half a pixel, which the
+  // rim's fit models) and whatever the camera blurs beyond it mix the top
+  // with the face.
+  const float in_view_blur =
+      std::max(options.rim_blur_pixels, 0.5f + std::max(0.0f, blur_reach - 1.0f)) * pixel_mm;
   const float hiding_blur = std::max(options.rim_hiding_pixels, blur_reach) * pixel_mm;
   float rim_upper[4];
-  outline.rim_radius_mm =
-      estimate_rim_radius(ring, rect, basis, standing_side, in_view, middle, rim, in_view_blur,
-                          hiding_blur, options, buffers.values, buffers.misfits, rim_upper);
+  outline.rim_radius_mm = estimate_rim_radius(
+      ring, rect, basis, standing_side, in_view, middle, rim, options.rim_near_pixels * pixel_mm,
+      options.rim_bin_pixels * pixel_mm, pixel_mm, in_view_blur, hiding_blur, options,
+      buffers.values, buffers.rim_scratch, rim_upper);
+  // Without a rounding read, the rim may be rounded by as much as any of
+  // its sides' pixels allow (a carton is rounded alike all round), up to
+  // what cartons are: a hiding edge goes out by what half of that hides,
+  // and may lie as much further out or in.
+  outline.unseen_rim_mm = 0.0f;
+  if (outline.rim_radius_mm == 0.0f) {
+    outline.unseen_rim_mm = options.max_unseen_rim_mm;
+    for (const float upper : rim_upper) {
+      if (upper >= 0.0f) outline.unseen_rim_mm = std::min(outline.unseen_rim_mm, upper);
+    }
+  }
   {
     float shift[4] = {0, 0, 0, 0};
     for (int side = 0; side < 4; ++side) {
-      outline.sides[side].in_view = in_view[side];
-      outline.sides[side].standing = standing_side[side];
-      outline.sides[side].rim_upper_mm = rim_upper[side];
+      SideEdge& placed = outline.sides[side];
+      placed.in_view = in_view[side];
+      placed.standing = standing_side[side];
+      placed.rim_upper_mm = rim_upper[side];
       const float grazing = grazing_tangent(rect, basis, side);
-      outline.sides[side].grazing = grazing;
+      placed.grazing = grazing;
       if (in_view[side]) continue;
-      const float hidden =
-          outline.rim_radius_mm * (1.0f + grazing - std::sqrt(1.0f + grazing * grazing));
-      shift[side] = hidden;
-      outline.sides[side].rim_shift_mm = hidden;
+      // What a rounding of 1 mm hides from the ray (mm).
+      const float hides = 1.0f + grazing - std::sqrt(1.0f + grazing * grazing);
+      placed.unseen_rim_spread_mm = 0.5f * outline.unseen_rim_mm * hides;
+      shift[side] = outline.rim_radius_mm * hides + placed.unseen_rim_spread_mm;
+      placed.rim_shift_mm = shift[side];
     }
     rect.centre +=
         0.5f * (shift[0] - shift[2]) * rect.axis() + 0.5f * (shift[1] - shift[3]) * rect.across();

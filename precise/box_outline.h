@@ -101,16 +101,20 @@ struct OutlineOptions {
   // top's (a lid bulges by less).
   float coverage_rise_mm = 30.0f;
   // A carton's rim is rounded, up to max_rim_radius_mm; its radius is read
-  // from at least min_rim_points (at most about max_rim_samples) of the
-  // top's pixels near each of at least two edges (misfits counted up to
-  // twice rim_noise_mm). Without them no rounding is assumed.
+  // from at least min_rim_points of the top's pixels near each of at least
+  // two edges, their drops below the rim taken as medians in bins
+  // rim_bin_pixels pixel sizes wide. Without them no rounding is assumed.
+  // How large a rounding the pixels allow is judged from those from
+  // rim_near_pixels inside the edge on: the camera's blur can only widen it.
   float max_rim_radius_mm = 12.0f;
   int min_rim_points = 30;
-  float rim_noise_mm = 2.0f;
-  // Points within this many pixel sizes of the side (or half a pixel more
-  // than the camera blurs its edges) are left out: they mix the top with
-  // the side.
-  float rim_blur_pixels = 1.5f;
+  float rim_bin_pixels = 0.5f;
+  float rim_near_pixels = 0.5f;
+  // Above a side in view, points within this many pixel sizes of it (the
+  // pixel's own footprint, whose mean the fit models, or half a pixel more
+  // than the camera blurs its edges beyond that) are left out of the
+  // radius: they mix the top with the side.
+  float rim_blur_pixels = 0.5f;
   // Inside a hiding edge, pixels within this many pixel sizes of it (or as
   // many as the camera blurs its edges) mix the top with what lies beyond,
   // and the camera's smoothing lowers them as a rounding would.
@@ -118,7 +122,11 @@ struct OutlineOptions {
   // A side that finds no rounding tells a sharp rim only when its pixels
   // rule out any rounding above this (mm); else it abstains.
   float sharp_rim_mm = 3.0f;
-  int max_rim_samples = 1500;
+  // When no rounding is read, the rim may still be rounded by up to this
+  // much (mm; cartons are rounded or crushed by 2 to 10 mm), less where the
+  // top's pixels rule a larger rounding out: each hiding edge then goes out
+  // by what half that rounding hides, the middle of what it may hide.
+  float max_unseen_rim_mm = 10.0f;
   // A rounding is taken when it fits by this many times the Bayesian
   // information criterion's due.
   float rim_evidence = 2.0f;
@@ -203,7 +211,7 @@ struct OutlineBuffers {
   std::vector<RingPixel> ring;
   static constexpr int kMaxBins = 12;
   struct Side {
-    EdgeCounts across;           // the whole side
+    EdgeCounts across;  // the whole side
     // A side in view counted again without the pixels that have no depth:
     // the edge within the band the camera blanked.
     EdgeCounts across_valid;
@@ -218,7 +226,7 @@ struct OutlineBuffers {
   };
   Side sides[4];
   std::vector<cv::Point2f> outline;
-  std::vector<float> misfits;
+  std::vector<float> rim_scratch;  // for the rims' profiles
   std::vector<cv::Point2f> course;
   std::vector<float> values;
 };
@@ -235,6 +243,9 @@ struct SideEdge {
   // them to tell).
   float rim_shift_mm = 0.0f;
   float rim_upper_mm = -1.0f;
+  // Where no rounding was read: how much further out or in the side may lie
+  // for the rounding it may have (mm, half of what the largest may hide).
+  float unseen_rim_spread_mm = 0.0f;
   // The gap it lies in (mm), and of its samples, how many and how many on
   // the wrong side of it.
   float gap_mm = 0.0f;
@@ -263,6 +274,9 @@ struct TopOutline {
   // rim's rounding (mm), and each side: +axis, +across, -axis, -across.
   float edge_blur_px = 0.0f;
   float rim_radius_mm = 0.0f;
+  // Without a rounding read: the largest it may be (mm), whose half the
+  // hiding edges were moved out by.
+  float unseen_rim_mm = 0.0f;
   SideEdge sides[4];
   std::array<cv::Point3f, 4> corners_mm{};
   std::array<cv::Point2f, 4> corners_px{};

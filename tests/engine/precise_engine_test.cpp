@@ -150,6 +150,10 @@ void expect_one_box_seen_through(const SequenceEvents& seen, const SceneParamete
   EXPECT_NEAR(read.box_length, box.box_length_mm, tolerance_mm);
   EXPECT_NEAR(read.box_width, box.box_width_mm, tolerance_mm);
   EXPECT_NEAR(read.box_height, box.box_height_mm, tolerance_mm);
+  const BoxDimensions& uncertainty = seen.events[1].reading.uncertainty;
+  EXPECT_NEAR(read.box_length, box.box_length_mm, uncertainty.box_length);
+  EXPECT_NEAR(read.box_width, box.box_width_mm, uncertainty.box_width);
+  EXPECT_NEAR(read.box_height, box.box_height_mm, uncertainty.box_height);
 }
 
 TEST(PreciseEngineTracking, ABoxPlacedLeftAndTakenAwayIsPlacedMeasuredAndRemovedOnce) {
@@ -160,7 +164,9 @@ TEST(PreciseEngineTracking, ABoxPlacedLeftAndTakenAwayIsPlacedMeasuredAndRemoved
     scenes.push_back(scene);
   }
   const SequenceEvents seen = events_of(scenes);
-  expect_one_box_seen_through(seen, scenes[10], 1.0f);
+  // A sharp box under noise: its edges go out by half of the rounding the
+  // pixels cannot rule out.
+  expect_one_box_seen_through(seen, scenes[10], 2.0f);
   // Measured within half a second of being put down, gone within a third of
   // a second of being taken away.
   if (seen.frames.size() == 3) {

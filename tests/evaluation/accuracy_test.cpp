@@ -70,12 +70,12 @@ INSTANTIATE_TEST_SUITE_P(
                       Bounds{"station", "noisy", 0.6, 1.0, 2.5, 25.0, 5.0, 7.0, 0.0},
                       Bounds{"precise", "top-down", 0.98, 1.0, 0.5, 1.0, 0.5, 1.5, 0.0, 0.95},
                       Bounds{"precise", "tilted", 0.98, 1.0, 0.5, 1.0, 0.5, 1.0, 0.0, 0.95},
-                      Bounds{"precise", "noisy", 0.98, 1.0, 0.5, 1.0, 0.5, 1.0, 0.0, 0.95},
-                      Bounds{"precise", "realistic", 0.9, 1.0, 0.5, 2.5, 0.5, 3.5, 0.05, 0.95},
-                      Bounds{"precise", "cluttered", 0.95, 1.0, 0.5, 1.5, 0.5, 1.0, 0.05, 0.95},
-                      // Cartons under real cameras: the rims the camera cannot
-                      // see still read many a box short of its size.
-                      Bounds{"precise", "field", 0.85, 1.0, 3.0, 6.5, 1.5, 3.5, 0.05, 0.7},
+                      // Under noise the pixels rule out less of a rounding, and the
+                      // sharp boxes of these families read longer by half of it.
+                      Bounds{"precise", "noisy", 0.98, 1.0, 1.0, 1.5, 0.5, 1.0, 0.0, 0.95},
+                      Bounds{"precise", "realistic", 0.9, 1.0, 1.2, 3.5, 0.5, 3.5, 0.05, 0.95},
+                      Bounds{"precise", "cluttered", 0.95, 1.0, 1.0, 1.5, 0.5, 1.0, 0.05, 0.95},
+                      Bounds{"precise", "field", 0.95, 1.0, 1.2, 3.5, 1.5, 3.5, 0.05, 0.9},
                       Bounds{"precise", "reject", 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.05}),
     [](const auto& info) {
       std::string name = std::string(info.param.engine) + "_" + info.param.family;
