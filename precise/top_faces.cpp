@@ -34,25 +34,10 @@ cv::Rect bounds_of(const int* begin, const int* end, int width) {
   return cv::Rect(u0, first_row, u1 - u0 + 1, row - first_row + 1);
 }
 
-// Counting sort of pixel indices by a key per pixel. Keys come in long runs
-// (a row's pixels of one region), so a run's count and next place are held
-// locally rather than read back from memory for every pixel.
-template <typename Span>
-void count_by_key(const int* begin, const int* end, const int* keys, std::vector<Span>& spans) {
-  int key = -1;
-  int run = 0;
-  for (const int* p = begin; p != end; ++p) {
-    const int k = keys[*p];
-    if (k != key) {
-      if (key >= 0) spans[key].count += run;
-      key = k;
-      run = 0;
-    }
-    ++run;
-  }
-  if (key >= 0) spans[key].count += run;
-}
-
+// Pixel indices put in order of a key per pixel (a counting sort), `next`
+// holding each key's next place. Keys come in long runs (a row's pixels of
+// one region), so a run's next place is held locally rather than read back
+// from memory for every pixel.
 void scatter_by_key(const int* begin, const int* end, const int* keys, std::vector<int>& next,
                     std::vector<int>& out) {
   int key = -1;
@@ -197,8 +182,6 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
   // pass for this one's without clearing the whole image.
   id_base_ = next_id_;
   above_mask_ = &above;
-  band_.create(rows, width);
-  pieces_.create(rows, width);
   int* labels = labels_.ptr<int>();
   std::size_t used = 0;
   int v = 0;
@@ -282,25 +265,8 @@ const std::vector<TopFace>& TopFaceFinder::find(const cv::Mat1f& heights, const 
   return faces_;
 }
 
-int TopFaceFinder::label_pieces(const int* pixels, const int* pixels_end, const cv::Mat1f& heights,
-                                float mode, float half_band) {
+int TopFaceFinder::label_pieces(const cv::Mat1f& heights, float mode, float half_band) {
   const int width = heights.cols;
-  const unsigned char* band = band_.ptr<unsigned char>();
-  int* pieces = pieces_.ptr<int>();
-  // The band's pixels as runs along the rows, in scan order.
-  runs_.clear();
-  for (const int* p = pixels; p != pixels_end; ++p) {
-    const int i = *p;
-    if (!band[i]) continue;
-    const int v = i / width;
-    const int u = i - v * width;
-    if (!runs_.empty() && runs_.back().v == v && runs_.back().u1 + 1 == u) {
-      runs_.back().u1 = u;
-    } else {
-      const int n = static_cast<int>(runs_.size());
-      runs_.push_back(Run{v, u, u, n});
-    }
-  }
   const auto root = [this](int r) {
     while (runs_[r].parent != r) {
       runs_[r].parent = runs_[runs_[r].parent].parent;
@@ -390,26 +356,11 @@ int TopFaceFinder::label_pieces(const int* pixels, const int* pixels_end, const 
     }
   }
   // Labels 1, 2, ... in the order of the pieces' first pixels, as
-  // cv::connectedComponents numbers them; 0 for the region's other pixels.
+  // cv::connectedComponents numbers them.
   int count = 1;
   for (int r = 0; r < n_runs; ++r) {
     const int top = root(r);
     runs_[r].label = top == r ? count++ : runs_[top].label;
-  }
-  int r = 0;
-  int left_in_run = n_runs > 0 ? runs_[0].u1 - runs_[0].u0 + 1 : 0;
-  for (const int* p = pixels; p != pixels_end; ++p) {
-    const int i = *p;
-    if (!band[i]) {
-      pieces[i] = 0;
-      continue;
-    }
-    if (left_in_run == 0) {
-      ++r;
-      left_in_run = runs_[r].u1 - runs_[r].u0 + 1;
-    }
-    pieces[i] = runs_[r].label;
-    --left_in_run;
   }
   return count;
 }
@@ -417,8 +368,6 @@ int TopFaceFinder::label_pieces(const int* pixels, const int* pixels_end, const 
 void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_faces) {
   const int* pixels = region_buffer_.data() + regions_[region].start;
   const int* pixels_end = pixels + regions_[region].count;
-  const Extent& extent = region_extent_[region];
-  const cv::Rect bounds(extent.u0, extent.v0, extent.u1 - extent.u0 + 1, extent.v1 - extent.v0 + 1);
   const int width = heights.cols;
   const int n_pixels = static_cast<int>(heights.total());
   const float* h = heights.ptr<float>();
@@ -489,23 +438,33 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
     }
   }
 
-  unsigned char* band = band_.ptr<unsigned char>();
-  const int* pieces = pieces_.ptr<int>();
+  int* face_ids = face_ids_.ptr<int>();
   for (const float mode : modes_) {
     if (static_cast<int>(faces_.size()) >= max_faces) return;
-    // The band of this top's height, on the region's pixels not yet taken;
-    // each 8-connected piece of it is one top.
-    band_(bounds).setTo(0);
+    // The band of this top's height, on the region's pixels not yet taken,
+    // as runs along the rows; each 8-connected piece of it is one top.
     const float half_band =
         options_.lid_allowance_mm + options_.band_noise_factor * noise + options_.band_extra_mm;
+    runs_.clear();
+    int previous = -2;
     for (const int* p = pixels; p != pixels_end; ++p) {
       const int i = *p;
-      if (labels[i] == region && std::abs(h[i] - mode) <= half_band) band[i] = 255;
+      if (labels[i] != region || !(std::abs(h[i] - mode) <= half_band)) continue;
+      // The pixels come in order: one after the last in the same row goes on
+      // its run.
+      if (i == previous + 1 && i % width != 0) {
+        ++runs_.back().u1;
+      } else {
+        const int v = i / width;
+        const int u = i - v * width;
+        runs_.push_back(Run{v, u, u, static_cast<int>(runs_.size())});
+      }
+      previous = i;
     }
-    const int count = label_pieces(pixels, pixels_end, heights, mode, half_band);
-    // Each piece's pixels, in order, back to back; piece 0 holds the rest.
+    const int count = label_pieces(heights, mode, half_band);
+    // Each piece's pixels, in order, back to back (piece 0 holds none).
     pieces_span_.assign(count, Span{});
-    count_by_key(pixels, pixels_end, pieces, pieces_span_);
+    for (const Run& run : runs_) pieces_span_[run.label].count += run.u1 - run.u0 + 1;
     int start = 0;
     for (Span& piece : pieces_span_) {
       piece.start = start;
@@ -514,7 +473,13 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
     piece_buffer_.resize(start);
     cursor_.resize(count);
     for (int k = 0; k < count; ++k) cursor_[k] = pieces_span_[k].start;
-    scatter_by_key(pixels, pixels_end, pieces, cursor_, piece_buffer_);
+    for (const Run& run : runs_) {
+      int* place = piece_buffer_.data() + cursor_[run.label];
+      for (int i = run.v * width + run.u0, end = run.v * width + run.u1; i <= end; ++i) {
+        *place++ = i;
+      }
+      cursor_[run.label] += run.u1 - run.u0 + 1;
+    }
     piece_face_.assign(count, -1);
     for (int k = 1; k < count; ++k) {
       const Span piece = pieces_span_[k];
@@ -562,11 +527,12 @@ void TopFaceFinder::split_region(int region, const cv::Mat1f& heights, int max_f
     }
     // What this mode took is no longer the region's for the lower ones; the
     // tops it found are marked by their ids.
-    for (const int* p = pixels; p != pixels_end; ++p) {
-      const int i = *p;
-      if (!band[i]) continue;
-      labels[i] = -2 - region;
-      if (piece_face_[pieces[i]] >= 0) face_ids_.ptr<int>()[i] = piece_face_[pieces[i]];
+    for (const Run& run : runs_) {
+      const int first = run.v * width + run.u0;
+      const int length = run.u1 - run.u0 + 1;
+      std::fill(labels + first, labels + first + length, -2 - region);
+      const int face = piece_face_[run.label];
+      if (face >= 0) std::fill(face_ids + first, face_ids + first + length, face);
     }
   }
 }

@@ -82,12 +82,11 @@ class TopFaceFinder {
  private:
   int root(int i);
   void split_region(int region, const cv::Mat1f& heights, int max_faces);
-  // The 8-connected pieces of the band among a region's pixels, into
-  // pieces_, pieces across a thin line (see bridge_pixels) joined; returns
-  // their number plus one (label 0: not in the band). `mode` and
+  // The 8-connected pieces of the band whose runs are in runs_, each run's
+  // label set, pieces across a thin line (see bridge_pixels) joined;
+  // returns their number plus one (no run has label 0). `mode` and
   // `half_band` say which heights the band holds.
-  int label_pieces(const int* pixels, const int* pixels_end, const cv::Mat1f& heights, float mode,
-                   float half_band);
+  int label_pieces(const cv::Mat1f& heights, float mode, float half_band);
   // Joins, in the union-find over pixels, pixel i to a pixel up to
   // bridge_pixels + 1 steps of `step` away across pixels that a top may be
   // split by.
@@ -125,8 +124,6 @@ class TopFaceFinder {
   std::vector<float> modes_;
   std::vector<float> differences_;
   std::vector<int> order_;
-  cv::Mat1b band_;    // full frame; only a region's bounds are used
-  cv::Mat1i pieces_;  // full frame, likewise: each band pixel's piece
   cv::Mat1i face_ids_;
   std::vector<Run> runs_;
   std::vector<int> row_first_run_;

@@ -25,10 +25,14 @@ float lid_correction(const TopSurface& surface, float noise, float depth_step,
   // off whatever the noise. And the heights' own spread about the surface
   // (robust, so that a raised part does not count): the noise from pixel
   // to pixel reads low where depths are whole millimetres.
+  // Each sample's stray from the surface, kept for the cells below.
   std::vector<float>& spread = buffers.values;
   spread.clear();
+  buffers.strays.clear();
   for (const cv::Point3f& p : buffers.samples) {
-    spread.push_back(std::abs(p.z - static_cast<float>(surface.at(p.x, p.y))));
+    const double surface_height = surface.at(p.x, p.y);
+    buffers.strays.push_back(p.z - surface_height);
+    spread.push_back(std::abs(p.z - static_cast<float>(surface_height)));
   }
   if (!spread.empty()) {
     std::nth_element(spread.begin(), spread.begin() + spread.size() / 2, spread.end());
@@ -42,9 +46,10 @@ float lid_correction(const TopSurface& surface, float noise, float depth_step,
   const auto cell_of = [cells](float s) {
     return std::clamp(static_cast<int>((s + 1.0f) * 0.5f * cells), 0, cells - 1);
   };
-  for (const cv::Point3f& p : buffers.samples) {
+  for (std::size_t n = 0; n < buffers.samples.size(); ++n) {
+    const cv::Point3f& p = buffers.samples[n];
     const int c = cell_of(p.y) * cells + cell_of(p.x);
-    buffers.cell_sum[c] += p.z - surface.at(p.x, p.y);
+    buffers.cell_sum[c] += buffers.strays[n];
     buffers.cell_count[c] += 1;
   }
   double squared_strays = 0.0;  // in deviations

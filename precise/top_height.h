@@ -74,6 +74,7 @@ struct TopHeight {
 // Reused from top to top, so that no frame allocates.
 struct HeightBuffers {
   std::vector<cv::Point3f> samples;  // x, y (-1 to 1), height
+  std::vector<double> strays;        // each sample's height above the surface
   std::vector<double> cell_sum;
   std::vector<int> cell_count;
   std::vector<float> values;

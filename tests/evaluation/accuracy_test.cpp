@@ -23,7 +23,8 @@ struct Bounds {
   double height_median_mm, height_p95_mm;
   double max_stray_rate;  // scenes with a detection on no box
   // Of the measured boxes, the least share of errors within the uncertainty
-  // the engine gave (the lowest dimension's); 0: none asked.
+  // the engine gave (the lowest dimension's); 0: none asked. Meant to be
+  // 95 %; of 40 boxes, two or three may miss by chance.
   double min_covered = 0.0;
 };
 
@@ -68,14 +69,14 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Bounds{"station", "top-down", 0.75, 1.0, 1.0, 3.0, 1.0, 2.0, 0.0},
                       Bounds{"station", "tilted", 0.6, 1.0, 1.0, 25.0, 1.0, 2.0, 0.0},
                       Bounds{"station", "noisy", 0.6, 1.0, 2.5, 25.0, 5.0, 7.0, 0.0},
-                      Bounds{"precise", "top-down", 0.98, 1.0, 0.5, 1.0, 0.5, 1.5, 0.0, 0.95},
-                      Bounds{"precise", "tilted", 0.98, 1.0, 0.5, 1.0, 0.5, 1.0, 0.0, 0.95},
+                      Bounds{"precise", "top-down", 0.98, 1.0, 0.5, 1.0, 0.5, 1.5, 0.0, 0.92},
+                      Bounds{"precise", "tilted", 0.98, 1.0, 0.5, 1.0, 0.5, 1.0, 0.0, 0.92},
                       // Under noise the pixels rule out less of a rounding, and the
                       // sharp boxes of these families read longer by half of it.
-                      Bounds{"precise", "noisy", 0.98, 1.0, 1.0, 1.5, 0.5, 1.0, 0.0, 0.95},
-                      Bounds{"precise", "realistic", 0.9, 1.0, 1.2, 3.5, 0.5, 3.5, 0.05, 0.95},
-                      Bounds{"precise", "cluttered", 0.95, 1.0, 1.0, 1.5, 0.5, 1.0, 0.05, 0.95},
-                      Bounds{"precise", "field", 0.95, 1.0, 1.2, 3.5, 1.5, 3.5, 0.05, 0.9},
+                      Bounds{"precise", "noisy", 0.98, 1.0, 1.0, 1.5, 0.5, 1.0, 0.0, 0.92},
+                      Bounds{"precise", "realistic", 0.9, 1.0, 1.2, 3.5, 0.5, 3.5, 0.05, 0.92},
+                      Bounds{"precise", "cluttered", 0.95, 1.0, 1.0, 1.5, 0.5, 1.0, 0.05, 0.92},
+                      Bounds{"precise", "field", 0.95, 1.0, 1.2, 3.5, 1.5, 3.5, 0.05, 0.92},
                       Bounds{"precise", "reject", 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.05}),
     [](const auto& info) {
       std::string name = std::string(info.param.engine) + "_" + info.param.family;
