@@ -45,7 +45,11 @@ int run_serve(const ServeOptions& options, std::ostream& out, std::ostream& err)
     err << "boxdim-cli serve: " << e.what() << '\n';
     return kExitOutputFailed;
   }
-  service::EventHub hub;
+  // Event ids go on from run to run: each run's start above the last one's
+  // ids, so that a listener from an earlier run learns it lost events.
+  const auto started = std::chrono::duration_cast<std::chrono::microseconds>(
+      std::chrono::system_clock::now().time_since_epoch());
+  service::EventHub hub(1024, started.count());
   service::StationOptions station_options;
   station_options.engine = options.engine;
   station_options.division_mm = options.division_mm;

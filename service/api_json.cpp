@@ -17,14 +17,14 @@ nlohmann::json measurement_json(const MeasurementRecord& r) {
   j["height_mm"] = tenth_mm(r.height_mm);
   j["uncertainty_mm"] = tenth_mm(r.uncertainty_mm);
   j["frames"] = r.frames;
-  j["proof"] = r.has_proof && r.id ? nlohmann::json("/api/v1/measurements/" +
-                                                    std::to_string(r.id) + "/proof.png")
-                                   : nlohmann::json(nullptr);
+  j["proof"] = r.has_proof && r.id
+                   ? nlohmann::json("/api/v1/measurements/" + std::to_string(r.id) + "/proof.png")
+                   : nlohmann::json(nullptr);
   return j;
 }
 
-nlohmann::json event_json(const char* event_name, int device_id, int track_id,
-                          std::int64_t time_us, const MeasurementRecord* measurement) {
+nlohmann::json event_json(const char* event_name, int device_id, int track_id, std::int64_t time_us,
+                          const MeasurementRecord* measurement) {
   nlohmann::json j;
   j["event"] = event_name;
   j["device_id"] = device_id;

@@ -18,8 +18,8 @@ nlohmann::json measurement_json(const MeasurementRecord& record);
 // {"event", "device_id", "track_id", "time"}; a measured event adds the
 // stored measurement's keys, or, when it could not be stored, its readings
 // with "id": null.
-nlohmann::json event_json(const char* event_name, int device_id, int track_id,
-                          std::int64_t time_us, const MeasurementRecord* measurement);
+nlohmann::json event_json(const char* event_name, int device_id, int track_id, std::int64_t time_us,
+                          const MeasurementRecord* measurement);
 
 // {"error": message}
 std::string error_json(const std::string& message);

@@ -39,6 +39,11 @@ std::int64_t EventHub::last_sequence() const {
   return last_;
 }
 
+std::int64_t EventHub::published() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return last_ - (first_ - 1);
+}
+
 int EventHub::listeners() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return listeners_;

@@ -16,26 +16,34 @@
 namespace boxdim::service {
 
 struct HubEvent {
-  std::int64_t sequence = 0;  // from 1, one more for each event published
+  std::int64_t sequence = 0;  // one more for each event published
   std::string name;           // "placed", "measured", "removed"
   std::string data;           // its JSON
 };
 
 class EventHub {
  public:
-  explicit EventHub(std::size_t kept = 1024) : kept_(kept) {}
+  // The first event gets `first_sequence`. A service gives each run a first
+  // sequence above the last run's last one (its start time, say), so that a
+  // listener coming back with an earlier run's last id is told it lost
+  // events instead of waiting for ids that will never come.
+  explicit EventHub(std::size_t kept = 1024, std::int64_t first_sequence = 1)
+      : kept_(kept), first_(first_sequence), last_(first_sequence - 1) {}
 
   void publish(std::string name, std::string data);
   // Wakes every listener for good: the service is stopping.
   void close();
 
   enum class Wait { kEvents, kTimeout, kLost, kClosed };
-  // The events after `after` (a sequence number; 0 before the first),
-  // waiting up to `timeout` for one to come. kLost when some of them have
-  // left the ring already.
+  // The events after `after` (a sequence number; first_sequence - 1 before
+  // the first), waiting up to `timeout` for one to come. kLost when some of
+  // them have left the ring already, or were never this hub's.
   Wait next(std::int64_t after, std::chrono::milliseconds timeout, std::vector<HubEvent>& events);
 
+  // The last event's sequence (first_sequence - 1 before the first), and
+  // how many were published.
   std::int64_t last_sequence() const;
+  std::int64_t published() const;
   int listeners() const;
   // A listener announces itself while it listens (for the status page).
   void add_listener(int delta);
@@ -45,7 +53,8 @@ class EventHub {
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<HubEvent> ring_;
-  std::int64_t last_ = 0;
+  const std::int64_t first_;
+  std::int64_t last_;
   int listeners_ = 0;
   bool closed_ = false;
 };

@@ -44,13 +44,20 @@ bool same_secret(const std::string& a, const std::string& b) {
 
 std::string status_message(int status) {
   switch (status) {
-    case 400: return "bad request";
-    case 404: return "no such resource";
-    case 405: return "method not allowed";
-    case 413: return "request too large";
-    case 414: return "request address too long";
-    case 416: return "range not satisfiable";
-    default: return "request failed";
+    case 400:
+      return "bad request";
+    case 404:
+      return "no such resource";
+    case 405:
+      return "method not allowed";
+    case 413:
+      return "request too large";
+    case 414:
+      return "request address too long";
+    case 416:
+      return "range not satisfiable";
+    default:
+      return "request failed";
   }
 }
 
@@ -63,24 +70,27 @@ nlohmann::json status_json(const ServiceStatus& status, const MeasurementHistory
   j["uptime_s"] = std::round(status.uptime_s * 10.0) / 10.0;
   j["cameras"] = nlohmann::json::array();
   for (const CameraStatus& camera : status.cameras) {
-    j["cameras"].push_back({{"device_id", camera.device_id},
-                            {"frames", camera.frames},
-                            {"frames_per_second",
-                             std::round(camera.frames_per_second * 10.0) / 10.0},
-                            {"boxes_in_view", camera.boxes_in_view},
-                            {"frame", "/api/v1/cameras/" + std::to_string(camera.device_id) +
-                                          "/frame.png"}});
+    j["cameras"].push_back(
+        {{"device_id", camera.device_id},
+         {"frames", camera.frames},
+         {"frames_per_second", std::round(camera.frames_per_second * 10.0) / 10.0},
+         {"boxes_in_view", camera.boxes_in_view},
+         {"frame", "/api/v1/cameras/" + std::to_string(camera.device_id) + "/frame.png"}});
   }
   j["frames_measured"] = status.frames_measured;
   j["measured_events"] = status.measured_events;
   j["measurements_stored"] = history.count();
-  j["events_published"] = hub.last_sequence();
+  j["events_published"] = hub.published();
   j["event_listeners"] = hub.listeners();
   j["history_schema_version"] = MeasurementHistory::kSchemaVersion;
-  j["camera_problem"] =
-      status.camera_problem.empty() ? nlohmann::json(nullptr) : nlohmann::json(status.camera_problem);
-  j["history_problem"] = status.history_problem.empty() ? nlohmann::json(nullptr)
-                                                        : nlohmann::json(status.history_problem);
+  j["camera_problem"] = status.camera_problem.empty() ? nlohmann::json(nullptr)
+                                                      : nlohmann::json(status.camera_problem);
+  // A history file removed or replaced under the service is told before
+  // the next box fails to be stored.
+  const std::string history_problem =
+      status.history_problem.empty() ? history.file_problem() : status.history_problem;
+  j["history_problem"] =
+      history_problem.empty() ? nlohmann::json(nullptr) : nlohmann::json(history_problem);
   return j;
 }
 
@@ -90,8 +100,8 @@ std::string csv_of(const std::vector<MeasurementRecord>& newest_first) {
   // Oldest first, as a spreadsheet reads a log.
   for (auto r = newest_first.rbegin(); r != newest_first.rend(); ++r) {
     const nlohmann::json j = measurement_json(*r);
-    csv << r->id << ',' << j["time"].get<std::string>() << ',' << r->device_id << ','
-        << r->track_id << ',' << j["length_mm"].dump() << ',' << j["width_mm"].dump() << ','
+    csv << r->id << ',' << j["time"].get<std::string>() << ',' << r->device_id << ',' << r->track_id
+        << ',' << j["length_mm"].dump() << ',' << j["width_mm"].dump() << ','
         << j["height_mm"].dump() << ',' << j["uncertainty_mm"].dump() << ',' << r->frames << ','
         << (j["proof"].is_null() ? "" : j["proof"].get<std::string>()) << "\r\n";
   }
@@ -130,8 +140,7 @@ void serve_events(const httplib::Request& req, httplib::Response& res, EventHub&
   res.set_header("Cache-Control", "no-cache");
   res.set_header("X-Accel-Buffering", "no");
   res.set_chunked_content_provider(
-      "text/event-stream",
-      [listener, keep_alive_s](std::size_t, httplib::DataSink& sink) {
+      "text/event-stream", [listener, keep_alive_s](std::size_t, httplib::DataSink& sink) {
         if (!listener->greeted) {
           listener->greeted = true;
           const std::string hello = ": boxdim events\nretry: 1000\n\n";
@@ -225,34 +234,36 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
     res.set_content(web_page_html(), "text/html; charset=utf-8");
   });
 
-  server.Get("/api/v1/status", [&station, &history, &hub](const httplib::Request& req,
-                                                          httplib::Response& res) {
-    if (!req.params.empty()) return send_error(res, 400, "status takes no parameters");
-    send_json(res, status_json(station.status(), history, hub));
-  });
+  server.Get("/api/v1/status",
+             [&station, &history, &hub](const httplib::Request& req, httplib::Response& res) {
+               if (!req.params.empty()) return send_error(res, 400, "status takes no parameters");
+               send_json(res, status_json(station.status(), history, hub));
+             });
 
   server.Get("/api/v1/measurements", [&history](const httplib::Request& req,
                                                 httplib::Response& res) {
     const ParsedQuery parsed = parse_history_query(req.params, kDefaultListLimit, kMaxListLimit);
     if (!parsed.problem.empty()) return send_error(res, 400, parsed.problem);
     nlohmann::json list = nlohmann::json::array();
-    for (const MeasurementRecord& r : history.list(parsed.query)) list.push_back(measurement_json(r));
+    for (const MeasurementRecord& r : history.list(parsed.query))
+      list.push_back(measurement_json(r));
     send_json(res, {{"measurements", list}});
   });
 
-  server.Get("/api/v1/measurements.csv", [&history](const httplib::Request& req,
-                                                    httplib::Response& res) {
-    const ParsedQuery parsed = parse_history_query(req.params, kMaxExportRows, kMaxExportRows);
-    if (!parsed.problem.empty()) return send_error(res, 400, parsed.problem);
-    res.set_header("Content-Disposition", "attachment; filename=\"boxdim-measurements.csv\"");
-    res.set_content(csv_of(history.list(parsed.query)), "text/csv; charset=utf-8");
-  });
+  server.Get(
+      "/api/v1/measurements.csv", [&history](const httplib::Request& req, httplib::Response& res) {
+        const ParsedQuery parsed = parse_history_query(req.params, kMaxExportRows, kMaxExportRows);
+        if (!parsed.problem.empty()) return send_error(res, 400, parsed.problem);
+        res.set_header("Content-Disposition", "attachment; filename=\"boxdim-measurements.csv\"");
+        res.set_content(csv_of(history.list(parsed.query)), "text/csv; charset=utf-8");
+      });
 
   server.Get(R"(/api/v1/measurements/([^/]+))", [&history](const httplib::Request& req,
-                                                          httplib::Response& res) {
+                                                           httplib::Response& res) {
     const std::optional<long long> id = parse_id(req.matches[1]);
     const std::optional<MeasurementRecord> record = id ? history.find(*id) : std::nullopt;
-    if (!record) return send_error(res, 404, "no measurement " + std::string(req.matches[1]).substr(0, 40));
+    if (!record)
+      return send_error(res, 404, "no measurement " + std::string(req.matches[1]).substr(0, 40));
     send_json(res, measurement_json(*record));
   });
 
@@ -264,7 +275,8 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
     }
     const std::optional<std::string> path = history.proof_path(*id);
     const auto bytes = path ? read_file(*path) : std::nullopt;
-    if (!bytes) return send_error(res, 404, "measurement " + std::to_string(*id) + " has no proof picture");
+    if (!bytes)
+      return send_error(res, 404, "measurement " + std::to_string(*id) + " has no proof picture");
     res.set_content(reinterpret_cast<const char*>(bytes->data()), bytes->size(), "image/png");
   });
 
@@ -274,7 +286,8 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
     const std::optional<cv::Mat> picture =
         id && *id <= INT32_MAX ? station.camera_picture(static_cast<int>(*id)) : std::nullopt;
     if (!picture) {
-      return send_error(res, 404, "camera " + std::string(req.matches[1]).substr(0, 40) + " has sent no frame");
+      return send_error(
+          res, 404, "camera " + std::string(req.matches[1]).substr(0, 40) + " has sent no frame");
     }
     std::vector<unsigned char> png;
     cv::imencode(".png", *picture, png);
@@ -283,11 +296,11 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
   });
 
   const int keep_alive_s = options.keep_alive_s;
-  server.Get("/api/v1/events", [&hub, keep_alive_s](const httplib::Request& req,
-                                                    httplib::Response& res) {
-    if (!req.params.empty()) return send_error(res, 400, "events takes no parameters");
-    serve_events(req, res, hub, keep_alive_s);
-  });
+  server.Get("/api/v1/events",
+             [&hub, keep_alive_s](const httplib::Request& req, httplib::Response& res) {
+               if (!req.params.empty()) return send_error(res, 400, "events takes no parameters");
+               serve_events(req, res, hub, keep_alive_s);
+             });
 
   // Everything else under /api/ is named as what it is.
   server.Get(R"(/api/.*)", [](const httplib::Request& req, httplib::Response& res) {

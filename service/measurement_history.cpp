@@ -1,11 +1,15 @@
 #include "service/measurement_history.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 
 namespace boxdim::service {
@@ -16,7 +20,9 @@ namespace fs = std::filesystem;
 // A prepared statement, finalised however the scope is left.
 class Statement {
  public:
-  Statement(sqlite3* db, const char* sql) { rc_ = sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr); }
+  Statement(sqlite3* db, const char* sql) {
+    rc_ = sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr);
+  }
   ~Statement() { sqlite3_finalize(stmt_); }
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
@@ -48,9 +54,10 @@ constexpr const char* kColumns =
     "has_proof";
 
 // Writes the whole file and flushes it to the disk, so that a committed
-// record never points at a proof that a crash lost. False with errno set.
+// record never points at a proof that a crash lost; an existing file is
+// left as it is. False with errno set.
 bool write_durably(const std::string& path, const std::vector<unsigned char>& bytes) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
   if (fd < 0) return false;
   std::size_t done = 0;
   while (done < bytes.size()) {
@@ -73,6 +80,27 @@ bool write_durably(const std::string& path, const std::vector<unsigned char>& by
   return ::close(fd) == 0;
 }
 
+// The highest id among the proof pictures' names ("<id>.png"); 0 for none.
+std::int64_t highest_proof_id(const fs::path& proofs) {
+  std::int64_t highest = 0;
+  std::error_code ec;
+  for (fs::directory_iterator it(proofs, ec), end; !ec && it != end; it.increment(ec)) {
+    const std::string name = it->path().filename().string();
+    if (name.size() < 5 || name.size() > 23 || name.compare(name.size() - 4, 4, ".png") != 0) {
+      continue;
+    }
+    const std::string digits = name.substr(0, name.size() - 4);
+    if (!std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+      continue;
+    }
+    try {
+      highest = std::max<std::int64_t>(highest, std::stoll(digits));
+    } catch (const std::out_of_range&) {
+    }
+  }
+  return highest;
+}
+
 }  // namespace
 
 MeasurementHistory::MeasurementHistory(const std::string& folder, int max_pages)
@@ -80,11 +108,13 @@ MeasurementHistory::MeasurementHistory(const std::string& folder, int max_pages)
   std::error_code ec;
   fs::create_directories(fs::path(folder) / kProofFolder, ec);
   if (ec) throw HistoryError(folder + ": cannot be created (" + ec.message() + ")");
+  lock_folder();
   if (sqlite3_open_v2(database_path_.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
                       nullptr) != SQLITE_OK) {
     const std::string reason = db_ ? sqlite3_errmsg(db_) : "out of memory";
     sqlite3_close(db_);
     db_ = nullptr;
+    ::close(lock_fd_);
     throw HistoryError(database_path_ + ": cannot be opened (" + reason + ")");
   }
   try {
@@ -125,14 +155,81 @@ MeasurementHistory::MeasurementHistory(const std::string& folder, int max_pages)
           "PRAGMA user_version = 1;"
           "COMMIT;");
     }
+    continue_ids_above_proofs();
+    struct stat file;
+    if (::stat(database_path_.c_str(), &file) != 0) fail("cannot be found after opening");
+    device_ = file.st_dev;
+    inode_ = file.st_ino;
   } catch (...) {
     sqlite3_close(db_);
     db_ = nullptr;
+    ::close(lock_fd_);
     throw;
   }
 }
 
-MeasurementHistory::~MeasurementHistory() { sqlite3_close(db_); }
+MeasurementHistory::~MeasurementHistory() {
+  sqlite3_close(db_);
+  ::close(lock_fd_);
+}
+
+void MeasurementHistory::lock_folder() {
+  // A lock on a file of the folder's own, taken for the life of this
+  // history: the system lets it go when the process ends, however it ends.
+  const std::string path = (fs::path(folder_) / "history.lock").string();
+  lock_fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (lock_fd_ < 0) throw HistoryError(path + ": cannot be opened (" + std::strerror(errno) + ")");
+  if (::flock(lock_fd_, LOCK_EX | LOCK_NB) != 0) {
+    const int error = errno;
+    ::close(lock_fd_);
+    lock_fd_ = -1;
+    if (error != EWOULDBLOCK) {
+      throw HistoryError(path + ": cannot be locked (" + std::strerror(error) + ")");
+    }
+    std::string holder;
+    std::getline(std::ifstream(path), holder);
+    throw HistoryError(folder_ + ": in use by another boxdim" +
+                       (holder.empty() ? std::string() : " (process " + holder + ")") +
+                       "; one service keeps one data folder");
+  }
+  // Who holds it, for the message a second one gives.
+  const std::string pid = std::to_string(::getpid()) + "\n";
+  if (::ftruncate(lock_fd_, 0) == 0) {
+    [[maybe_unused]] const ssize_t written = ::pwrite(lock_fd_, pid.data(), pid.size(), 0);
+  }
+}
+
+void MeasurementHistory::continue_ids_above_proofs() {
+  const std::int64_t highest = highest_proof_id(fs::path(folder_) / kProofFolder);
+  if (highest == 0) return;
+  // AUTOINCREMENT hands out ids above its sequence; a database made anew
+  // beside an earlier one's pictures starts above them.
+  Statement read(db_, "SELECT seq FROM sqlite_sequence WHERE name = 'measurements'");
+  if (!read.prepared()) fail("cannot be read");
+  const int rc = sqlite3_step(read.get());
+  if (rc == SQLITE_ROW && sqlite3_column_int64(read.get(), 0) >= highest) return;
+  const std::string set = rc == SQLITE_ROW
+                              ? "UPDATE sqlite_sequence SET seq = " + std::to_string(highest) +
+                                    " WHERE name = 'measurements'"
+                              : "INSERT INTO sqlite_sequence (name, seq) VALUES ('measurements', " +
+                                    std::to_string(highest) + ")";
+  execute(set.c_str());
+}
+
+std::string MeasurementHistory::file_problem() const {
+  struct stat file;
+  if (::stat(database_path_.c_str(), &file) != 0) {
+    return database_path_ +
+           ": was removed while the service ran; nothing more is stored until "
+           "it starts again";
+  }
+  if (file.st_dev != device_ || file.st_ino != inode_) {
+    return database_path_ +
+           ": was replaced while the service ran; nothing more is stored until "
+           "it starts again";
+  }
+  return "";
+}
 
 void MeasurementHistory::fail(const std::string& what) const {
   throw HistoryError(database_path_ + ": " + what + " (" + sqlite3_errmsg(db_) + ")");
@@ -152,6 +249,8 @@ MeasurementRecord MeasurementHistory::add(MeasurementRecord record,
                                           const std::vector<unsigned char>& proof_png,
                                           std::string* proof_problem) {
   const std::lock_guard<std::mutex> lock(mutex_);
+  // Stored into a file nobody can read any more, a record would be lost.
+  if (const std::string problem = file_problem(); !problem.empty()) throw HistoryError(problem);
   execute("BEGIN IMMEDIATE");
   {
     Statement insert(db_,
@@ -188,6 +287,8 @@ MeasurementRecord MeasurementHistory::add(MeasurementRecord record,
       Statement mark(db_, "UPDATE measurements SET has_proof = 1 WHERE id = ?");
       sqlite3_bind_int64(mark.get(), 1, record.id);
       if (!mark.prepared() || sqlite3_step(mark.get()) != SQLITE_DONE) record.has_proof = false;
+    } else if (errno == EEXIST) {
+      problem = path + ": already exists (an earlier history's picture), left as it is";
     } else {
       problem = path + ": cannot be written (" + std::strerror(errno) + ")";
       std::error_code ignored;
@@ -201,9 +302,12 @@ MeasurementRecord MeasurementHistory::add(MeasurementRecord record,
 
 std::vector<MeasurementRecord> MeasurementHistory::list(const HistoryQuery& query) const {
   const std::lock_guard<std::mutex> lock(mutex_);
+  // From a starting point, the first ones after it; else the newest.
+  const bool from_start = query.after_id || query.since_time_us;
   const std::string sql = std::string("SELECT ") + kColumns +
                           " FROM measurements WHERE id > ? AND time_us >= ?"
-                          " ORDER BY id DESC LIMIT ?";
+                          " ORDER BY id " +
+                          (from_start ? "ASC" : "DESC") + " LIMIT ?";
   Statement select(db_, sql.c_str());
   if (!select.prepared()) fail("cannot be read");
   sqlite3_bind_int64(select.get(), 1, query.after_id.value_or(0));
@@ -211,8 +315,10 @@ std::vector<MeasurementRecord> MeasurementHistory::list(const HistoryQuery& quer
   sqlite3_bind_int(select.get(), 3, query.limit);
   std::vector<MeasurementRecord> records;
   int rc;
-  while ((rc = sqlite3_step(select.get())) == SQLITE_ROW) records.push_back(record_of(select.get()));
+  while ((rc = sqlite3_step(select.get())) == SQLITE_ROW)
+    records.push_back(record_of(select.get()));
   if (rc != SQLITE_DONE) fail("cannot be read");
+  if (from_start) std::reverse(records.begin(), records.end());
   return records;
 }
 

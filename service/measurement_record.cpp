@@ -7,8 +7,8 @@ namespace boxdim::service {
 
 std::string utc_time_text(std::int64_t time_us) {
   const std::int64_t ms_total = time_us >= 0 ? time_us / 1000 : (time_us - 999) / 1000;
-  std::time_t seconds = static_cast<std::time_t>(ms_total >= 0 ? ms_total / 1000
-                                                               : (ms_total - 999) / 1000);
+  std::time_t seconds =
+      static_cast<std::time_t>(ms_total >= 0 ? ms_total / 1000 : (ms_total - 999) / 1000);
   const int ms = static_cast<int>(ms_total - static_cast<std::int64_t>(seconds) * 1000);
   std::tm utc{};
   gmtime_r(&seconds, &utc);
@@ -36,8 +36,7 @@ bool parse_utc_time(const std::string& text, std::int64_t& time_us) {
     for (; digits < 6; ++digits) micro *= 10;
   }
   if (at + 1 != text.size() || text[at] != 'Z') return false;
-  if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 ||
-      second > 60) {
+  if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60) {
     return false;
   }
   std::tm utc{};

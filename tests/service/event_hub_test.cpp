@@ -43,6 +43,27 @@ TEST(EventHub, ASlowListenerLosesEventsAndHoldsNoOneUp) {
   EXPECT_EQ(events.back().sequence, 1000);
 }
 
+// A run's ids start where its service says; a listener coming back with
+// an id of an earlier run (below them) has lost what that run published.
+TEST(EventHub, AListenerFromAnEarlierRunIsToldItLostEvents) {
+  const std::int64_t first = 1'795'765'773'000'000;
+  EventHub hub(8, first);
+  std::vector<HubEvent> events;
+  EXPECT_EQ(hub.last_sequence(), first - 1);
+  EXPECT_EQ(hub.next(first - 1, milliseconds(1), events), EventHub::Wait::kTimeout)
+      << "a listener of this run before its first event";
+  EXPECT_EQ(hub.next(42, milliseconds(1), events), EventHub::Wait::kLost)
+      << "before this run's first event";
+  hub.publish("placed", "{}");
+  hub.publish("measured", "{}");
+  EXPECT_EQ(hub.published(), 2);
+  EXPECT_EQ(hub.next(42, milliseconds(1), events), EventHub::Wait::kLost);
+  ASSERT_EQ(hub.next(first - 1, milliseconds(1), events), EventHub::Wait::kEvents);
+  ASSERT_EQ(events.size(), 2u);
+  EXPECT_EQ(events[0].sequence, first);
+  EXPECT_EQ(events[1].sequence, first + 1);
+}
+
 TEST(EventHub, APublishWakesAWaitingListenerAndCloseWakesAll) {
   EventHub hub;
   std::vector<HubEvent> got;

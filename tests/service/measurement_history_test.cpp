@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -69,14 +70,17 @@ TEST(MeasurementHistory, ListsNewestFirstAfterAnIdOrSinceATime) {
     HistoryQuery query;
     std::vector<std::int64_t> ids;
   };
+  // Without a start, the newest; from a start, the first ones after it.
   const std::vector<Case> cases = {
       {{std::nullopt, std::nullopt, 100}, {5, 4, 3, 2, 1}},
       {{std::nullopt, std::nullopt, 2}, {5, 4}},
       {{3, std::nullopt, 100}, {5, 4}},
+      {{1, std::nullopt, 2}, {3, 2}},
       {{5, std::nullopt, 100}, {}},
       {{std::nullopt, 3000, 100}, {5, 4, 3}},
       {{std::nullopt, 3001, 100}, {5, 4}},
-      {{1, 2000, 1}, {5}},
+      {{std::nullopt, 2000, 2}, {3, 2}},
+      {{1, 2000, 1}, {2}},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(ids_of(history.list(c.query)), c.ids)
@@ -133,6 +137,87 @@ TEST(MeasurementHistory, AFullDiskFailsTheNewRecordAndKeepsTheOld) {
   EXPECT_EQ(history.count(), stored);
   EXPECT_EQ(history.integrity_check(), "ok");
   EXPECT_THROW(history.add(box(9, 9), {}), HistoryError) << "and stays full";
+}
+
+// A client catching up page by page, each time from the highest id it got,
+// sees every record once, however the pages fall.
+TEST(MeasurementHistory, PagesFromAnIdMissNone) {
+  testing::TempDir dir;
+  MeasurementHistory history(dir.file("data"));
+  for (int i = 1; i <= 133; ++i) history.add(box(i * 1000, i), {});
+  for (const int limit : {1, 7, 100, 1000}) {
+    std::vector<std::int64_t> seen;
+    std::int64_t after = 20;
+    for (int page = 0; page < 200; ++page) {
+      const std::vector<MeasurementRecord> got = history.list({after, std::nullopt, limit});
+      if (got.empty()) break;
+      for (auto r = got.rbegin(); r != got.rend(); ++r) seen.push_back(r->id);
+      after = got.front().id;
+    }
+    std::vector<std::int64_t> expected;
+    for (std::int64_t id = 21; id <= 133; ++id) expected.push_back(id);
+    EXPECT_EQ(seen, expected) << "pages of " << limit;
+  }
+}
+
+// One data folder, one history: a second one is refused while the first
+// holds it, in this process as from another, and allowed once it is gone.
+TEST(MeasurementHistory, HoldsItsFolderAgainstASecondOne) {
+  testing::TempDir dir;
+  {
+    MeasurementHistory first(dir.file("data"));
+    try {
+      MeasurementHistory second(dir.file("data"));
+      FAIL() << "two histories share a folder";
+    } catch (const HistoryError& e) {
+      EXPECT_EQ(std::string(e.what()), dir.file("data") + ": in use by another boxdim (process " +
+                                           std::to_string(::getpid()) +
+                                           "); one service keeps one data folder");
+    }
+    first.add(box(1000, 1), {});
+  }
+  MeasurementHistory again(dir.file("data"));
+  EXPECT_EQ(again.count(), 1);
+}
+
+// A database file removed or replaced under the history is noticed before
+// a record goes into a file nobody reads; a history made anew beside the
+// old pictures numbers its records above them and overwrites none.
+TEST(MeasurementHistory, ADatabaseRemovedOrReplacedIsNoticedAndNoPictureOverwritten) {
+  for (const bool replaced : {false, true}) {
+    testing::TempDir dir;
+    const std::string database = dir.file("data/history.sqlite3");
+    const std::vector<unsigned char> first_picture = {0x89, 'P', 'N', 'G', 'a'};
+    {
+      MeasurementHistory history(dir.file("data"));
+      history.add(box(1000, 1), first_picture);
+      history.add(box(2000, 2), first_picture);
+      EXPECT_EQ(history.file_problem(), "");
+      std::filesystem::remove(database);
+      if (replaced) std::ofstream(database) << "another file";
+      const std::string expected =
+          database + (replaced ? ": was replaced" : ": was removed") +
+          " while the service ran; nothing more is stored until it starts again";
+      EXPECT_EQ(history.file_problem(), expected);
+      try {
+        history.add(box(3000, 3), kPng);
+        FAIL() << "stored into a file that is gone";
+      } catch (const HistoryError& e) {
+        EXPECT_EQ(std::string(e.what()), expected);
+      }
+    }
+    if (replaced) std::filesystem::remove(database);
+    MeasurementHistory anew(dir.file("data"));
+    EXPECT_EQ(anew.count(), 0);
+    std::string problem;
+    const MeasurementRecord next = anew.add(box(4000, 4), kPng, &problem);
+    EXPECT_EQ(next.id, 3) << "above the pictures of records 1 and 2";
+    EXPECT_EQ(problem, "");
+    std::ifstream old_picture(dir.file("data/proofs/2.png"), std::ios::binary);
+    EXPECT_EQ(std::vector<unsigned char>(std::istreambuf_iterator<char>(old_picture), {}),
+              first_picture)
+        << "an earlier history's picture is left as it was";
+  }
 }
 
 }  // namespace

@@ -66,7 +66,8 @@ TEST(ServeLoad, PollersAndListenersLoseNothingAndMeasuringKeepsUp) {
             }
             return !stop;
           });
-      if (!res && res.error() != httplib::Error::Canceled) fail("event stream: " + httplib::to_string(res.error()));
+      if (!res && res.error() != httplib::Error::Canceled)
+        fail("event stream: " + httplib::to_string(res.error()));
     });
   }
   // Every listener must be connected before the count starts: on a busy
@@ -85,8 +86,8 @@ TEST(ServeLoad, PollersAndListenersLoseNothingAndMeasuringKeepsUp) {
       httplib::Client client("127.0.0.1", service.port());
       client.set_read_timeout(10, 0);
       client.set_keep_alive(true);
-      const char* paths[] = {"/api/v1/status", "/api/v1/measurements?limit=20",
-                             "/api/v1/status", "/api/v1/cameras/1/frame.png"};
+      const char* paths[] = {"/api/v1/status", "/api/v1/measurements?limit=20", "/api/v1/status",
+                             "/api/v1/cameras/1/frame.png"};
       for (int n = i; std::chrono::steady_clock::now() < until; ++n) {
         const std::string path = paths[n % 4];
         const httplib::Result res = client.Get(path.c_str());
@@ -130,9 +131,10 @@ TEST(ServeLoad, PollersAndListenersLoseNothingAndMeasuringKeepsUp) {
   std::sort(rates.begin(), rates.end());
   const double lowest = rates.front();
   const double median = rates[rates.size() / 2];
-  std::printf("load: %ld requests, %d listeners, %lld events each, frames per second lowest %.1f "
-              "median %.1f\n",
-              requests.load(), kListeners, last_event - first_event + 1, lowest, median);
+  std::printf(
+      "load: %ld requests, %d listeners, %lld events each, frames per second lowest %.1f "
+      "median %.1f\n",
+      requests.load(), kListeners, last_event - first_event + 1, lowest, median);
   // A frame a second is thirty times less than the camera sends: only
   // measuring held up behind the requests falls short of it.
   EXPECT_GE(frames_during, load_seconds()) << "measuring stalled under the load";

@@ -72,12 +72,22 @@ TEST_F(ServeTest, EventStreamTellsABoxsStoryWithItsStoredMeasurement) {
   EXPECT_EQ(measured["device_id"], 1);
   // What the stream reported is what the history holds.
   ASSERT_TRUE(measured["id"].is_number());
-  const nlohmann::json stored =
-      get_json(client, "/api/v1/measurements/" + measured["id"].dump());
+  const nlohmann::json stored = get_json(client, "/api/v1/measurements/" + measured["id"].dump());
   for (const char* key : {"id", "time", "track_id", "length_mm", "width_mm", "height_mm",
                           "uncertainty_mm", "frames", "proof"}) {
     EXPECT_EQ(stored[key], measured[key]) << key;
   }
+}
+
+// A listener that comes back with the last id of an earlier run (ids of
+// every run start above those of the runs before) is told it lost events,
+// rather than waiting for ids that never come.
+TEST_F(ServeTest, AListenerWithAnIdOfAnEarlierRunIsToldItLostEvents) {
+  httplib::Client client = service_->client();
+  const auto events =
+      read_events(client, [](const auto& seen) { return !seen.empty(); }, {{"Last-Event-ID", "5"}});
+  ASSERT_FALSE(events.empty());
+  EXPECT_EQ(events.front().first, "lost");
 }
 
 TEST_F(ServeTest, EveryEndpointAnswersInItsOwnForm) {
@@ -98,8 +108,8 @@ TEST_F(ServeTest, EveryEndpointAnswersInItsOwnForm) {
   EXPECT_EQ(newest["proof"], "/api/v1/measurements/" + newest["id"].dump() + "/proof.png");
   EXPECT_TRUE(get_json(client, "/api/v1/measurements?since=" + newest["id"].dump())["measurements"]
                   .empty());
-  EXPECT_EQ(get_json(client, "/api/v1/measurements?since=" + newest["time"].get<std::string>())
-                ["measurements"][0]["id"],
+  EXPECT_EQ(get_json(client, "/api/v1/measurements?since=" +
+                                 newest["time"].get<std::string>())["measurements"][0]["id"],
             newest["id"]);
 
   const auto png_size = [&](const std::string& path) {
@@ -144,9 +154,9 @@ class ServeBadRequestTest : public ServeTest, public ::testing::WithParamInterfa
 TEST_P(ServeBadRequestTest, AnswersWithAStatusAndAJsonMessage) {
   const BadRequest& c = GetParam();
   httplib::Client client = service_->client();
-  const httplib::Result res =
-      c.method == "GET" ? client.Get(c.path.c_str())
-                        : client.Post(c.path.c_str(), c.body, "application/octet-stream");
+  const httplib::Result res = c.method == "GET"
+                                  ? client.Get(c.path.c_str())
+                                  : client.Post(c.path.c_str(), c.body, "application/octet-stream");
   ASSERT_TRUE(res) << "no answer";
   EXPECT_EQ(res->status, c.status) << res->body;
   const nlohmann::json body = nlohmann::json::parse(res->body, nullptr, false);
@@ -177,10 +187,11 @@ INSTANTIATE_TEST_SUITE_P(
                    "camera 9 has sent no frame"},
         BadRequest{"no_such_endpoint", "GET", "/api/v1/boxes", "", 404, "no such resource"},
         BadRequest{"post", "POST", "/api/v1/measurements", "{}", 405, "only GET"},
-        BadRequest{"oversized_body", "POST", "/api/v1/measurements", std::string(1 << 20, 'x'),
-                   413, "request too large"},
-        BadRequest{"oversized_address", "GET", "/api/v1/measurements?since=" + std::string(9000, '1'),
-                   "", 414, "request address too long"}),
+        BadRequest{"oversized_body", "POST", "/api/v1/measurements", std::string(1 << 20, 'x'), 413,
+                   "request too large"},
+        BadRequest{"oversized_address", "GET",
+                   "/api/v1/measurements?since=" + std::string(9000, '1'), "", 414,
+                   "request address too long"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ServeToken, EveryApiCallNeedsTheBearerTokenButThePageDoesNot) {
@@ -198,7 +209,8 @@ TEST(ServeToken, EveryApiCallNeedsTheBearerTokenButThePageDoesNot) {
     for (const char* path : {"/api/v1/status", "/api/v1/measurements", "/api/v1/nothing"}) {
       const httplib::Result res = client.Get(path, c.headers);
       ASSERT_TRUE(res);
-      const int expected = c.status == 200 && std::string(path) == "/api/v1/nothing" ? 404 : c.status;
+      const int expected =
+          c.status == 200 && std::string(path) == "/api/v1/nothing" ? 404 : c.status;
       EXPECT_EQ(res->status, expected) << path << " " << res->body;
     }
   }
@@ -232,8 +244,8 @@ TEST_P(ServeRefusalTest, StopsWithOneLineNamingTheInput) {
   }
   ChildProcess serve(argv, {{"BOXDIM_CAMERA", std::nullopt}}, dir.file("out"), dir.file("err"));
   EXPECT_EQ(serve.wait(kPatience), GetParam().status);
-  std::string expected = std::regex_replace(GetParam().message, std::regex("TAKEN"),
-                                            std::to_string(taken_port));
+  std::string expected =
+      std::regex_replace(GetParam().message, std::regex("TAKEN"), std::to_string(taken_port));
   expected = std::regex_replace(expected, std::regex("DIR"), dir.path().string());
   EXPECT_EQ(read_text(dir.file("err")), expected);
 }
@@ -246,9 +258,13 @@ INSTANTIATE_TEST_SUITE_P(
                 2,
                 "boxdim-cli: --listen: '0.0.0.0:0' can be reached from other machines: give a "
                 "--token\n"},
-        Refusal{"no_port", {"--listen", "127.0.0.1"}, 2,
+        Refusal{"no_port",
+                {"--listen", "127.0.0.1"},
+                2,
                 "boxdim-cli: --listen: '127.0.0.1' is not of the form ADDR:PORT\n"},
-        Refusal{"port_too_high", {"--listen", "127.0.0.1:70000"}, 2,
+        Refusal{"port_too_high",
+                {"--listen", "127.0.0.1:70000"},
+                2,
                 "boxdim-cli: --listen: '127.0.0.1:70000' needs a port from 0 to 65535\n"},
         Refusal{"empty_token", {"--token", ""}, 2, "boxdim-cli: --token: must not be empty\n"},
         Refusal{"port_taken",
@@ -261,6 +277,25 @@ INSTANTIATE_TEST_SUITE_P(
                 2,
                 "boxdim-cli serve: DIR/a-file/data: cannot be created (Not a directory)\n"}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// Two services on one data folder would store every box twice: the second
+// stops, naming the folder and the process that holds it.
+TEST(ServeDataFolder, ASecondServiceOnTheSameFolderStopsWithItsReason) {
+  testing::TempDir data;
+  Service first(data.file("data"));
+  ASSERT_GT(first.port(), 0) << first.errors();
+  testing::TempDir dir;
+  ChildProcess second(
+      {BOXDIM_CLI_PROGRAM, "serve", "--listen", "127.0.0.1:0", "--data", data.file("data")},
+      {{"BOXDIM_CAMERA", std::nullopt}}, dir.file("out"), dir.file("err"));
+  EXPECT_EQ(second.wait(kPatience), 2);
+  EXPECT_TRUE(std::regex_match(
+      read_text(dir.file("err")),
+      std::regex("boxdim-cli serve: " + data.file("data") +
+                 ": in use by another boxdim \\(process [0-9]+\\); one service keeps one data "
+                 "folder\n")))
+      << read_text(dir.file("err"));
+}
 
 // Measurements reported before a kill -9 are all there after a restart, and
 // the database file is sound.
@@ -297,8 +332,7 @@ TEST(ServeDurability, WhatWasReportedSurvivesKillNine) {
   ASSERT_GT(again.port(), 0) << again.errors();
   httplib::Client client = again.client();
   for (const nlohmann::json& event : reported) {
-    const nlohmann::json stored =
-        get_json(client, "/api/v1/measurements/" + event["id"].dump());
+    const nlohmann::json stored = get_json(client, "/api/v1/measurements/" + event["id"].dump());
     EXPECT_EQ(stored["length_mm"], event["length_mm"]);
     EXPECT_EQ(stored["time"], event["time"]);
     const httplib::Result proof = client.Get(event["proof"].get<std::string>().c_str());
