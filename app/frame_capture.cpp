@@ -3,9 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 namespace boxdim {
@@ -47,9 +49,30 @@ void save_frame(int device_id, const void* samples, int kind, int width, int hei
                            std::to_string(seconds) + ".raw";
   std::FILE* file = std::fopen(path.c_str(), "wb+");
   if (file == nullptr) return;
-  std::fwrite(samples, sizeof(std::uint16_t),
-              static_cast<std::size_t>(width) * static_cast<std::size_t>(height), file);
-  std::fclose(file);
+  const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+  errno = 0;
+  const bool written = std::fwrite(samples, sizeof(std::uint16_t), count, file) == count;
+  // A full disk may only tell when the buffered rest goes out.
+  const bool closed = std::fclose(file) == 0;
+  // Whether the last frame's failure was reported: a full disk fails every
+  // frame, and one line says it; a frame written again ends the streak.
+  static bool failing = false;
+  if (written && closed) {
+    failing = false;
+    return;
+  }
+  const int error = errno;
+  // The half-written frame, when it is a plain file (not a device put there).
+  struct stat written_file;
+  if (::stat(path.c_str(), &written_file) == 0 && S_ISREG(written_file.st_mode)) {
+    std::remove(path.c_str());
+  }
+  if (!failing) {
+    std::fprintf(stderr, "save_frame: %s could not be written completely (%s); not kept\n",
+                 path.c_str(), error != 0 ? std::strerror(error) : "write failed");
+    std::fflush(stderr);
+  }
+  failing = true;
 }
 
 }  // namespace boxdim

@@ -33,8 +33,12 @@ void write_line(std::ostream& out, const std::string& text, const std::string& o
 // Flushes `out` and throws OutputError naming `output` when it has failed.
 void check_stream(std::ostream& out, const std::string& output);
 
-// `bytes` as the whole content of the file at `path`.
+// `bytes` as the whole content of the file at `path`; throws OutputError
+// naming it when it cannot be written whole, and then removes what it wrote.
 void write_file(const std::string& path, const std::vector<unsigned char>& bytes);
+// The same for a file that must not exist yet: false, writing nothing, when
+// it does.
+bool write_new_file(const std::string& path, const std::vector<unsigned char>& bytes);
 
 // `picture` as a PNG file at `path`.
 void write_png(const std::string& path, const cv::Mat& picture);

@@ -92,8 +92,11 @@ class Interface {
   static constexpr int kMaxDetections = 99;
   // The number of boxes the tracker follows at once.
   static constexpr int kMaxTrackSlots = 100;
-  // The largest image side Detect accepts.
-  static constexpr int kMaxImageSide = 8192;
+  // The largest image Detect accepts: at most this many pixels a side and
+  // in all (2048 x 2048; a frame of 8192 x 8192 would take seconds and
+  // gigabytes), as much as the command line's files.
+  static constexpr int kMaxImageSide = 4096;
+  static constexpr int kMaxImagePixels = 2048 * 2048;
 
   // A new detector, owned by the caller (delete it). Its intrinsics are those
   // of a 640 x 480 camera of the station's model until set.

@@ -149,9 +149,11 @@ int InterfaceImpl::DetectAt(const std::uint16_t* depth, int width, int height, s
     problem_ = "no depth image (a null pointer)";
     return -1;
   }
-  if (width < 1 || height < 1 || width > kMaxImageSide || height > kMaxImageSide) {
+  if (width < 1 || height < 1 || width > kMaxImageSide || height > kMaxImageSide ||
+      static_cast<long long>(width) * height > kMaxImagePixels) {
     problem_ = "the depth image's size " + std::to_string(width) + " x " + std::to_string(height) +
-               " is out of range (1 to " + std::to_string(kMaxImageSide) + " a side)";
+               " is out of range (1 to " + std::to_string(kMaxImageSide) + " a side, " +
+               std::to_string(kMaxImagePixels) + " pixels in all)";
     return -1;
   }
   if (row_stride < width) {

@@ -45,7 +45,7 @@ std::optional<FloorPlane> FloorFinder::find(const cv::Mat& depth, const CameraIn
   sample_.clear();
   for (int v = step / 2; v < depth.rows; v += step) {
     for (int u = step / 2; u < depth.cols; u += step) {
-      if (depth.at<std::uint16_t>(v, u) > 0) sample_.push_back(pixel_point(depth, k, v, u));
+      if (has_depth(depth.at<std::uint16_t>(v, u))) sample_.push_back(pixel_point(depth, k, v, u));
     }
   }
   if (sample_.size() < 50) {

@@ -25,7 +25,7 @@ void compute_heights(const cv::Mat& depth, const CameraIntrinsics& k, const Floo
     for (int u = 0; u < columns; ++u) {
       const float zf = z[u];
       const float h = zf * (row_part + per_column * static_cast<float>(u)) + offset;
-      const bool sampled = zf > 0.0f;
+      const bool sampled = zf > 0.0f && zf < 65535.0f;  // as has_depth()
       out[u] = sampled ? h : nan;
       up[u] = sampled & (h > above_mm + above_per_mm * zf);
     }

@@ -18,6 +18,10 @@ struct FloorPlane {
   float height(const cv::Vec3f& p) const { return normal.dot(p) + offset; }
 };
 
+// Whether a sample holds a distance: 0 is none, and 65535, the largest a
+// sample can hold, is what cameras write where they saw nothing in range.
+inline bool has_depth(std::uint16_t z) { return z != 0 && z != 65535; }
+
 // A pixel's point on its ray at the sampled depth (mm); z = 0 without depth.
 inline cv::Vec3f pixel_point(const cv::Mat& depth, const CameraIntrinsics& k, int v, int u) {
   const float z = depth.at<std::uint16_t>(v, u);

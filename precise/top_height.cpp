@@ -162,7 +162,7 @@ float depth_step_of(const FrameView& frame, const TopFace& face, std::vector<int
     for (std::size_t n = 0; n < face.pixel_count; n += stride) {
       const int i = face.pixels[n];
       if (i + next >= size || (next == 1 && (i + 1) % width == 0)) continue;
-      if (depth[i] == 0 || depth[i + next] == 0) continue;
+      if (!has_depth(depth[i]) || !has_depth(depth[i + next])) continue;
       const int difference = std::abs(int{depth[i + next]} - int{depth[i]});
       if (difference > 0 && difference <= kLargestStep) ++counts[difference];
     }

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace boxdim {
@@ -17,6 +19,15 @@ std::int64_t modification_time_us(const std::string& path) {
 }  // namespace
 
 CameraIntrinsics default_intrinsics_for(cv::Size size) {
+  // Scaled alike in both axes only: a frame of another shape is not the
+  // default camera's, binned or not, and scaling it would stretch its pixels.
+  if (static_cast<long long>(size.width) * kDefaultIntrinsicsSize.height !=
+      static_cast<long long>(size.height) * kDefaultIntrinsicsSize.width) {
+    throw std::invalid_argument(
+        "a " + std::to_string(size.width) + "x" + std::to_string(size.height) +
+        " frame is not 4:3 like the default camera's 640x480, whose intrinsics would stretch its "
+        "pixels: give --intrinsics fx,fy,cx,cy");
+  }
   return scale_intrinsics(CameraIntrinsics{}, kDefaultIntrinsicsSize, size);
 }
 

@@ -18,7 +18,9 @@ namespace boxdim {
 // the reason when there are none that fit it.
 using IntrinsicsForSize = std::function<CameraIntrinsics(cv::Size)>;
 
-// The station camera's intrinsics carried over to the frame's size.
+// The station camera's intrinsics carried over to the frame's size; throws
+// std::invalid_argument, saying to give intrinsics, for a frame that is not
+// 4:3 as the camera's own.
 CameraIntrinsics default_intrinsics_for(cv::Size size);
 
 class FileSource : public FrameSource {

@@ -52,7 +52,10 @@ BoxTracker::BoxTracker(float division_mm)
 }
 
 float BoxTracker::seconds_between(std::int64_t earlier_us, std::int64_t later_us, int frames) {
-  const float seconds = static_cast<float>(later_us - earlier_us) * 1e-6f;
+  // In doubles: any two times a caller passes, however far apart, subtract
+  // without overflow.
+  const float seconds =
+      static_cast<float>((static_cast<double>(later_us) - static_cast<double>(earlier_us)) * 1e-6);
   return seconds > 0.0f ? seconds : static_cast<float>(frames) * kFrameSeconds;
 }
 

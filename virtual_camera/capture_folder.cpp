@@ -1,7 +1,11 @@
 #include "virtual_camera/capture_folder.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <fstream>
+#include <cerrno>
 #include <map>
 #include <ostream>
 #include <regex>
@@ -103,12 +107,24 @@ std::vector<std::vector<CapturedSet>> sets_by_camera(std::vector<CapturedSet> se
 }
 
 cv::Mat read_captured_frame(const CapturedFrame& frame) {
-  std::ifstream in(frame.path, std::ios::binary);
+  // Opened without waiting and checked to be a plain file before a byte is
+  // read: a named pipe put where a frame was would block the open, and so the
+  // camera, for ever.
+  const int fd = ::open(frame.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return cv::Mat();
   std::vector<unsigned char> bytes(static_cast<std::size_t>(frame.size.area()) * 2);
-  if (!in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())) ||
-      in.peek() != std::ifstream::traits_type::eof()) {
-    return cv::Mat();
+  struct stat file;
+  bool whole = ::fstat(fd, &file) == 0 && S_ISREG(file.st_mode) &&
+               static_cast<std::uintmax_t>(file.st_size) == bytes.size();
+  std::size_t done = 0;
+  while (whole && done < bytes.size()) {
+    const ssize_t n = ::read(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) whole = false;
+    if (n > 0) done += static_cast<std::size_t>(n);
   }
+  ::close(fd);
+  if (!whole) return cv::Mat();
   cv::Mat samples(frame.size, CV_16UC1);
   auto* out = samples.ptr<std::uint16_t>();
   for (std::size_t i = 0; i < bytes.size() / 2; ++i) {

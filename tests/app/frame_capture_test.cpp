@@ -1,9 +1,12 @@
 #include "app/frame_capture.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <ctime>
 #include <filesystem>
+#include <regex>
 #include <vector>
 
 #include "app_fixture.h"
@@ -55,6 +58,36 @@ TEST_F(FrameCaptureTest, AFileThatCannotBeCreatedIsSkippedSilentlyAndTriedAgainN
   fs::remove(scratch.path() / "raw");
   save_frame(0, samples.data(), 1, 2, 2);
   EXPECT_EQ(files_in(scratch.path() / "raw").size(), 1u);
+}
+
+// A disk that fills up, as a file size limit makes one: a frame that
+// cannot be written whole is removed, the first failure of a run of them
+// is said on standard error once, and a frame written again ends the run.
+TEST_F(FrameCaptureTest, AFrameThatCannotBeWrittenWholeIsRemovedAndSaidOnce) {
+  const std::vector<std::uint16_t> samples(640 * 480, 1000);
+  struct rlimit before {};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  // Past the limit a write fails with EFBIG instead of the signal.
+  const auto previous_handler = std::signal(SIGXFSZ, SIG_IGN);
+  struct rlimit small = before;
+  small.rlim_cur = 100000;  // less than one frame's 614,400 bytes
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  ::testing::internal::CaptureStderr();
+  for (int frame = 0; frame < 3; ++frame) save_frame(0, samples.data(), 2, 640, 480);
+  const std::string said = ::testing::internal::GetCapturedStderr();
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+  std::signal(SIGXFSZ, previous_handler);
+  EXPECT_TRUE(files_in(scratch.path() / "depth").empty()) << "no truncated frame is left";
+  EXPECT_TRUE(std::regex_match(said, std::regex("save_frame: .*/depth/1_640x480-depth_[0-9]+\\.raw "
+                                                "could not be written completely \\(File too "
+                                                "large\\); not kept\n")))
+      << said;
+  EXPECT_TRUE(out.str().empty());
+
+  ::testing::internal::CaptureStderr();
+  save_frame(0, samples.data(), 2, 640, 480);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(files_in(scratch.path() / "depth").size(), 1u);
 }
 
 }  // namespace

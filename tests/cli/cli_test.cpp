@@ -89,9 +89,7 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{"unknown_family", {"evaluate", "--family", "sideways"}, "--family"},
         UsageCase{"no_scenes", {"evaluate", "--scenes", "0"}, "--scenes"},
         // Sequences judge the tracker over kinds of their own, not scenes' sides.
-        UsageCase{"sides_of_sequences",
-                  {"evaluate", "--sequences", "1", "--sides"},
-                  "--sides"},
+        UsageCase{"sides_of_sequences", {"evaluate", "--sequences", "1", "--sides"}, "--sides"},
         UsageCase{"plot_not_png",
                   {"evaluate", "--plot", "errors.jpg"},
                   "errors.jpg: the picture must be a .png file"},
@@ -377,6 +375,10 @@ TEST_P(UnwritableOutputTest, StopsTheRunWithOneLineAndStatusTwo) {
   for (const std::string& line : lines_of(r.err)) {
     if (line.rfind("boxdim-cli", 0) == 0) ours.push_back(line);
   }
+  // A device named as the output is no half-written file to remove.
+  for (const std::string& arg : args) {
+    if (arg.rfind("/dev/", 0) == 0) EXPECT_TRUE(std::filesystem::is_character_file(arg)) << arg;
+  }
   ASSERT_EQ(ours.size(), 1u) << r.err;
   EXPECT_EQ(ours[0].substr(0, expected.size()), expected) << ours[0];
   EXPECT_EQ(lines_of(r.out).size(), GetParam().lines_out) << r.out;
@@ -536,6 +538,24 @@ TEST_F(CliTest, FramesOfEverySizeAreMeasuredWithTheIntrinsicsOfTheirSize) {
     EXPECT_NEAR(result["width_mm"].get<double>(), 300.0, 3.0) << line;
     EXPECT_NEAR(result["height_mm"].get<double>(), 200.0, 3.0) << line;
   }
+}
+
+// A frame of another shape than the camera's 4:3 is not one of its modes:
+// scaled to it, the default intrinsics would stretch its pixels (a 640 x 640
+// frame read a 100 px square as 158 x 118 mm). Without --intrinsics it is
+// refused, saying so; with them it is measured.
+TEST_F(CliTest, AFrameThatIsNot4By3NeedsItsIntrinsics) {
+  const std::string square = dir.file("1_640x640-depth_7.raw");
+  write_file(square, std::vector<unsigned char>(640 * 640 * 2, 0x10));
+  const CliRun refused = run({"measure", "--json", square});
+  EXPECT_EQ(refused.status, 2);
+  const auto line = nlohmann::json::parse(refused.out);
+  EXPECT_EQ(line["ok"], false);
+  EXPECT_EQ(line["error"],
+            "a 640x640 frame is not 4:3 like the default camera's 640x480, whose intrinsics would "
+            "stretch its pixels: give --intrinsics fx,fy,cx,cy");
+  const CliRun given = run({"measure", "--json", "--intrinsics", "506,506,320,320", square});
+  EXPECT_EQ(given.status, 1) << "measured, with nothing on its floor: " << given.err;
 }
 
 TEST_F(CliTest, GivenIntrinsicsThatCannotBelongToAFrameMakeThatFileUnusable) {

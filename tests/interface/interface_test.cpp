@@ -128,10 +128,24 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedCase{"no_columns", false, 0, 480, 0, 506.0f, "0 x 480"},
         RefusedCase{"negative_rows", false, 640, -3, 0, 506.0f, "640 x -3"},
         RefusedCase{"too_wide", false, 9000, 1, 0, 506.0f, "9000 x 1"},
+        // Within a side's bound but not in all: seconds and gigabytes a frame.
+        RefusedCase{"too_many_pixels", false, 4096, 4096, 0, 506.0f, "4096 x 4096"},
         RefusedCase{"stride_shorter_than_a_row", false, 640, 480, 639, 506.0f, "stride 639"},
         RefusedCase{"zero_focal_length", false, 640, 480, 0, 0.0f, "intrinsics"},
         RefusedCase{"negative_focal_length", false, 640, 480, 0, -506.0f, "intrinsics"}),
     [](const auto& info) { return info.param.name; });
+
+// Times a caller passes may be anything, the extremes too: frames far apart
+// in time start new tracks, and no arithmetic on them overflows (the
+// sanitizer's build checks that).
+TEST(Interface, TimesFromTheFarPastToTheFarFutureAreTaken) {
+  const auto detector = seeded_interface();
+  const cv::Mat depth = render_scene(testing::standard_scene()).depth;
+  for (const std::int64_t time_us : {INT64_MIN, std::int64_t{0}, INT64_MAX, INT64_MIN}) {
+    EXPECT_EQ(detector->DetectAt(depth.ptr<std::uint16_t>(), 640, 480, time_us), 1)
+        << detector->LastProblem();
+  }
+}
 
 TEST(Interface, WholeNumberIntrinsicsAreUsedAsTheyAreAndExactOnesTruncated) {
   const auto detector = seeded_interface();

@@ -106,6 +106,23 @@ TEST(BoxDetector, AnEmptyFloorYieldsNoBoxAndSaysWhy) {
   EXPECT_STREQ(detector.problem(), "nothing stands on the floor");
 }
 
+// Cameras write 65535, the largest sample, where they saw nothing in
+// range: a floor of it is no floor, and no box stands 64 m tall on it.
+TEST(BoxDetector, SamplesOf65535AreNoDepth) {
+  const RenderedScene rendered = render_scene(standard());
+  cv::Mat depth = rendered.depth.clone();
+  const float top = rendered.truth.top_face_depth_mm;
+  for (auto it = depth.begin<std::uint16_t>(); it != depth.end<std::uint16_t>(); ++it) {
+    if (*it > top + 100.0f) *it = 65535;
+  }
+  BoxDetector detector = fixed_seed_detector();
+  const std::vector<BoxFit>& fits = detector.detect(depth, standard().intrinsics, kSeed);
+  for (const BoxFit& fit : fits) {
+    EXPECT_NE(fit.status, BoxStatus::kMeasured) << fit.height_mm << " mm high";
+    EXPECT_LT(fit.height_mm, 1000.0f);
+  }
+}
+
 // A lid that bulges is part of the smallest enclosing cuboid; one that sags
 // leaves the rim where it was.
 TEST(BoxDetector, TheHeightIsTheTopsHighestPointAndASaggingLidDoesNotLowerIt) {

@@ -1,6 +1,7 @@
 // Replaying a capture folder as the program's frame capture writes it,
 // including the files a real capture folder may hold that cannot be played.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -130,6 +131,25 @@ TEST_F(ReplayTest, AFrameOrAFolderThatVanishesIsReportedOnce) {
   const std::string folder = poll_for(12);
   EXPECT_EQ(folder, "corvane_sdk: replay: " + dir.path().string() +
                         ": the capture has gone: no frame files left, nothing to play\n");
+}
+
+// A frame replaced by a named pipe while the capture plays: opening it
+// would wait for a writer that never comes, and the camera with it.
+TEST_F(ReplayTest, AFrameReplacedByANamedPipeIsSkippedWithoutWaiting) {
+  open_first(camera.c_str());
+  ASSERT_EQ(StartStreaming(1, 2), 0);
+  ASSERT_EQ(next_samples(), "D1099");
+  const fs::path frame = dir.path() / "depth" / name("depth", 100);
+  fs::remove(frame);
+  ASSERT_EQ(::mkfifo(frame.c_str(), 0644), 0);
+  ::testing::internal::CaptureStderr();
+  for (int p = 0; p < 12; ++p) {
+    now_ += kFrameStep;
+    FrameData* data = nullptr;
+    GetLastFrameData(1, data);
+  }
+  const std::string said = ::testing::internal::GetCapturedStderr();
+  EXPECT_NE(said.find("cannot read " + frame.string()), std::string::npos) << said;
 }
 
 TEST(ReplayFolders, AFolderWithoutPlayableFramesCannotBeOpened) {
