@@ -92,11 +92,15 @@ void write_png(const std::string& path, const cv::Mat& picture) {
 }
 
 void create_output_folder(const std::string& dir, const std::string& what) {
-  std::error_code ec;
-  std::filesystem::create_directories(dir, ec);
-  if (!std::filesystem::is_directory(dir, ec)) {
+  // Why it could not be made, kept apart from the check that follows (which
+  // would only say that it does not exist).
+  std::error_code made;
+  std::filesystem::create_directories(dir, made);
+  std::error_code checked;
+  if (!std::filesystem::is_directory(dir, checked)) {
+    const std::error_code& why = made ? made : checked;
     throw OutputError(
-        dir, "cannot create the " + what + (ec ? " (" + ec.message() + ")" : std::string()));
+        dir, "cannot create the " + what + (why ? " (" + why.message() + ")" : std::string()));
   }
 }
 

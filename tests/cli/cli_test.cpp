@@ -389,7 +389,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         UnwritableCase{"annotation_folder_blocked",
                        {"measure", "--json", "--annotate", "{dir}/occupied", "{dir}/first.raw"},
-                       "{dir}/occupied: cannot create the annotation folder",
+                       "{dir}/occupied: cannot create the annotation folder (Not a directory)",
                        0},
         UnwritableCase{"second_picture_blocked",
                        {"measure", "--json", "--seed", "1", "--annotate", "{dir}/pics",
