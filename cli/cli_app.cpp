@@ -179,8 +179,8 @@ void add_evaluate_command(CLI::App& app, EvaluateArguments& args) {
   cmd->add_option("--plot", args.options.plot_path,
                   "Draw the errors against camera tilt and distance into FILE.png");
   cmd->add_flag("--sides", args.options.sides,
-               "Also judge each side of the boxes the precise engine measures against the true "
-               "side, by how the side was placed");
+                "Also judge each side of the boxes the precise engine measures against the true "
+                "side, by how the side was placed");
   cmd->add_option("--sequences", args.options.sequences,
                   "Instead of scenes, film N rendered sequences of each kind (placed, two-boxes, "
                   "carried, empty) and judge the precise engine's tracker")
@@ -240,6 +240,24 @@ ServeOptions finish_serve(const CLI::App& app, ServeArguments& args) {
   }
   if (cmd->count("--token") > 0 && options.token.empty()) {
     throw UsageError("--token", "must not be empty");
+  }
+  // A token is a secret only when it cannot be guessed: long enough, and
+  // free of what a header could not carry as it is.
+  if (!options.token.empty()) {
+    if (options.token.size() < kMinTokenLength) {
+      throw UsageError("--token", "needs at least " + std::to_string(kMinTokenLength) +
+                                      " characters (a guessable one protects nothing)");
+    }
+    for (const char c : options.token) {
+      if (c <= ' ' || c == 0x7f) {
+        throw UsageError("--token", "must not hold spaces or control characters");
+      }
+    }
+  }
+  // Only the precise engine follows boxes: the history records its measured boxes.
+  if (options.engine != "precise") {
+    throw UsageError("--engine", "serve records the precise engine's measured boxes; '" +
+                                     options.engine + "' gives none");
   }
   if (!is_loopback(options.host) && options.token.empty()) {
     throw UsageError("--listen",

@@ -1,5 +1,6 @@
 #include "cli/serve_command.h"
 
+#include <arpa/inet.h>
 #include <httplib.h>
 
 #include <chrono>
@@ -33,7 +34,11 @@ void parse_listen_address(const std::string& text, std::string& host, int& port)
 }
 
 bool is_loopback(const std::string& host) {
-  return host == "localhost" || host == "::1" || host.rfind("127.", 0) == 0;
+  if (host == "localhost" || host == "::1") return true;
+  // An IPv4 address of 127/8, written as one: a name that merely starts with
+  // "127." may resolve to any machine.
+  in_addr address{};
+  return ::inet_pton(AF_INET, host.c_str(), &address) == 1 && (ntohl(address.s_addr) >> 24) == 127;
 }
 
 int run_serve(const ServeOptions& options, std::ostream& out, std::ostream& err) {

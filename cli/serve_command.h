@@ -10,6 +10,9 @@
 
 namespace boxdim {
 
+// The shortest token serve takes.
+inline constexpr std::size_t kMinTokenLength = 12;
+
 struct ServeOptions {
   std::string host = "127.0.0.1";
   int port = 8080;  // 0: any free port (the line on standard output names it)

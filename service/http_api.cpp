@@ -198,7 +198,10 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
     if (token.empty() || req.path.rfind("/api/", 0) != 0) {
       return httplib::Server::HandlerResponse::Unhandled;
     }
-    const std::string given = req.get_header_value("Authorization");
+    // The header's whole value: one read as a C string would end at a NUL
+    // byte and let what follows it pass.
+    const auto header = req.headers.find("Authorization");
+    const std::string given = header == req.headers.end() ? std::string() : header->second;
     const std::string prefix = "Bearer ";
     if (given.rfind(prefix, 0) == 0 && same_secret(given.substr(prefix.size()), token)) {
       return httplib::Server::HandlerResponse::Unhandled;
@@ -314,6 +317,7 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
   server.Put(R"(/.*)", not_allowed);
   server.Delete(R"(/.*)", not_allowed);
   server.Patch(R"(/.*)", not_allowed);
+  server.Options(R"(/.*)", not_allowed);
 }
 
 }  // namespace boxdim::service

@@ -24,10 +24,26 @@ std::optional<CapturedFrame>& slot(CapturedSet& set, const std::string& kind) {
 }
 
 void warn(std::ostream& warnings, const std::filesystem::path& file, const std::string& reason) {
-  warnings << "corvane_sdk: replay: skipping " << file.string() << ": " << reason << '\n';
+  warnings << "corvane_sdk: replay: skipping " << shown_path(file) << ": " << reason << '\n';
 }
 
 }  // namespace
+
+std::string shown_path(const std::filesystem::path& path) {
+  std::string shown;
+  for (const char c : path.string()) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      static const char kHex[] = "0123456789abcdef";
+      shown += "\\x";
+      shown += kHex[byte >> 4];
+      shown += kHex[byte & 15];
+    } else {
+      shown += c;
+    }
+  }
+  return shown;
+}
 
 std::optional<CaptureName> parse_capture_name(const std::string& file_name) {
   // Digit counts bound the numbers so that none can overflow.

@@ -49,6 +49,10 @@ std::vector<CapturedSet> scan_capture(const std::filesystem::path& folder, std::
 // along with depth) of each camera that the capture holds, by camera id.
 std::vector<std::vector<CapturedSet>> sets_by_camera(std::vector<CapturedSet> sets);
 
+// A path as a log line shows it: control characters (a newline in a file
+// name would start a line of its own) as \xNN.
+std::string shown_path(const std::filesystem::path& path);
+
 // The frame's samples as CV_16UC1; empty when the file cannot be read whole.
 cv::Mat read_captured_frame(const CapturedFrame& frame);
 

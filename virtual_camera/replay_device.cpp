@@ -11,7 +11,7 @@ namespace boxdim::virtual_camera {
 namespace {
 
 void report(const std::filesystem::path& folder, const char* reason) {
-  std::cerr << "corvane_sdk: replay: " << folder.string() << ": " << reason << '\n';
+  std::cerr << "corvane_sdk: replay: " << shown_path(folder) << ": " << reason << '\n';
 }
 
 // Where a capture keeps the frames of a kind; nullptr for colour, which
@@ -87,7 +87,7 @@ Status ReplayDevice::prepare_stream() {
                          [kind](const CapturedSet& set) { return (set.*kind).has_value(); });
     };
     const bool raw = has(&CapturedSet::raw);
-    std::cerr << "corvane_sdk: replay: " << folder_.string() << ": stream type " << stream_type()
+    std::cerr << "corvane_sdk: replay: " << shown_path(folder_) << ": stream type " << stream_type()
               << " needs " << kind_word(leading_kind) << " frames, and camera " << sets_.front().id
               << " of the capture has " << (raw ? "raw" : "depth") << " frames only (stream type "
               << (raw ? kRawOnlyStream : kDepthOnlyStream) << " plays them)\n";
@@ -132,7 +132,7 @@ void ReplayDevice::report_unreadable(const std::filesystem::path& file) {
     report(folder_, "the capture has gone: no frame files left, nothing to play");
     reported_folder_empty_ = true;
   } else if (reported_files_.insert(file).second) {
-    std::cerr << "corvane_sdk: replay: cannot read " << file.string()
+    std::cerr << "corvane_sdk: replay: cannot read " << shown_path(file)
               << " (gone, cut short or unreadable); its sets are skipped\n";
   }
 }

@@ -610,6 +610,8 @@ TEST_F(CliTest, EvaluateReportsOneFamilyAndWritesItsScenesAndPlot) {
   EXPECT_TRUE(std::regex_search(table[5], std::regex("^ +station +2 "))) << table[5];
   EXPECT_EQ(r.out.find("top-down"), std::string::npos) << "only the family asked for";
   EXPECT_NE(r.err.find("2/2"), std::string::npos) << "progress on standard error";
+  EXPECT_EQ(r.err.find('\r'), std::string::npos)
+      << "no bar rewritten in place where no terminal is";
 
   std::ifstream csv(dir.file("scenes.csv"));
   const auto rows = lines_of(std::string(std::istreambuf_iterator<char>(csv), {}));

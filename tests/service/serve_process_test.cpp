@@ -154,8 +154,9 @@ class ServeBadRequestTest : public ServeTest, public ::testing::WithParamInterfa
 TEST_P(ServeBadRequestTest, AnswersWithAStatusAndAJsonMessage) {
   const BadRequest& c = GetParam();
   httplib::Client client = service_->client();
-  const httplib::Result res = c.method == "GET"
-                                  ? client.Get(c.path.c_str())
+  const httplib::Result res = c.method == "GET" ? client.Get(c.path.c_str())
+                              : c.method == "OPTIONS"
+                                  ? client.Options(c.path.c_str())
                                   : client.Post(c.path.c_str(), c.body, "application/octet-stream");
   ASSERT_TRUE(res) << "no answer";
   EXPECT_EQ(res->status, c.status) << res->body;
@@ -187,6 +188,7 @@ INSTANTIATE_TEST_SUITE_P(
                    "camera 9 has sent no frame"},
         BadRequest{"no_such_endpoint", "GET", "/api/v1/boxes", "", 404, "no such resource"},
         BadRequest{"post", "POST", "/api/v1/measurements", "{}", 405, "only GET"},
+        BadRequest{"options", "OPTIONS", "/api/v1/status", "", 405, "only GET"},
         BadRequest{"oversized_body", "POST", "/api/v1/measurements", std::string(1 << 20, 'x'), 413,
                    "request too large"},
         BadRequest{"oversized_address", "GET",
@@ -196,16 +198,20 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(ServeToken, EveryApiCallNeedsTheBearerTokenButThePageDoesNot) {
   testing::TempDir data;
-  Service service(data.file("data"), {"--token", "s3cret"});
+  Service service(data.file("data"), {"--token", "s3cret-TOKEN-4"});
   ASSERT_GT(service.port(), 0) << service.errors();
   httplib::Client client = service.client();
   struct Case {
     httplib::Headers headers;
     int status;
   };
+  // The token as it is, and only so: not without its scheme, nor with
+  // something after a NUL byte (sent percent-encoded, which the server's
+  // header parsing decodes).
   for (const Case& c : {Case{{}, 401}, Case{{{"Authorization", "Bearer wrong"}}, 401},
-                        Case{{{"Authorization", "s3cret"}}, 401},
-                        Case{{{"Authorization", "Bearer s3cret"}}, 200}}) {
+                        Case{{{"Authorization", "s3cret-TOKEN-4"}}, 401},
+                        Case{{{"Authorization", "Bearer s3cret-TOKEN-4%00junk"}}, 401},
+                        Case{{{"Authorization", "Bearer s3cret-TOKEN-4"}}, 200}}) {
     for (const char* path : {"/api/v1/status", "/api/v1/measurements", "/api/v1/nothing"}) {
       const httplib::Result res = client.Get(path, c.headers);
       ASSERT_TRUE(res);
@@ -267,6 +273,25 @@ INSTANTIATE_TEST_SUITE_P(
                 2,
                 "boxdim-cli: --listen: '127.0.0.1:70000' needs a port from 0 to 65535\n"},
         Refusal{"empty_token", {"--token", ""}, 2, "boxdim-cli: --token: must not be empty\n"},
+        Refusal{"short_token",
+                {"--listen", "0.0.0.0:0", "--token", "x"},
+                2,
+                "boxdim-cli: --token: needs at least 12 characters (a guessable one protects "
+                "nothing)\n"},
+        Refusal{"blank_token",
+                {"--token", "            "},
+                2,
+                "boxdim-cli: --token: must not hold spaces or control characters\n"},
+        Refusal{"a_name_that_starts_like_loopback",
+                {"--listen", "127.evil.invalid:0"},
+                2,
+                "boxdim-cli: --listen: '127.evil.invalid:0' can be reached from other machines: "
+                "give a --token\n"},
+        Refusal{"station_engine",
+                {"--engine", "station"},
+                2,
+                "boxdim-cli: --engine: serve records the precise engine's measured boxes; "
+                "'station' gives none\n"},
         Refusal{"port_taken",
                 {"--listen", "127.0.0.1:TAKEN", "--data", "DIR/data"},
                 4,

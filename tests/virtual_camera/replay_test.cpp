@@ -191,6 +191,20 @@ TEST_F(ReplayFolderTest, AStreamTheCaptureCannotFeedIsRefusedWithTheReason) {
   EXPECT_EQ(StartStreaming(1, 1), 0);
 }
 
+// A file name may hold any byte but '/' and NUL: one with a newline is told
+// on one line, its control characters as \xNN, so that a log stays a line
+// per message.
+TEST_F(ReplayFolderTest, AFileNameWithANewlineIsToldOnOneLine) {
+  write_frame(dir.path() / "depth" / "1_8x6-depth_5.raw", 7);
+  write_frame(dir.path() / "depth" / "forged\ncorvane_sdk: all is well.raw", 7);
+  ::testing::internal::CaptureStderr();
+  open_first(("replay:" + dir.path().string()).c_str());
+  const std::string said = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(said, "corvane_sdk: replay: skipping " + (dir.path() / "depth").string() +
+                      "/forged\\x0acorvane_sdk: all is well.raw: not named "
+                      "<id>_<W>x<H>-<kind>_<time>.raw\n");
+}
+
 // A recording of every frame numbers the frames of a second: they play in
 // the order of their numbers, after a second captured the station's way.
 TEST_F(ReplayFolderTest, NumberedFramesOfOneSecondPlayInTheirOrder) {
