@@ -225,7 +225,27 @@ void add_serve_command(CLI::App& app, ServeArguments& args) {
       ->type_name("DIR")
       ->capture_default_str();
   cmd->add_option("--token", args.options.token,
-                  "Every API request must carry 'Authorization: Bearer TOKEN'");
+                  "Every API request must carry 'Authorization: Bearer TOKEN' (12 characters at "
+                  "least); without one, only requests to this machine's loopback names are "
+                  "answered");
+  cmd->add_option("--max-connections", args.options.max_connections,
+                  "Connections served at once; more wait")
+      ->check(CLI::Range(4, 4096))
+      ->capture_default_str();
+  cmd->add_option("--max-listeners", args.options.max_listeners,
+                  "Event-stream listeners at once; more are answered 503 (at most half the "
+                  "connections)")
+      ->check(CLI::Range(1, 2048))
+      ->capture_default_str();
+  cmd->add_option("--request-timeout", args.options.request_timeout_s,
+                  "Seconds a connection may stay silent while its request is read")
+      ->type_name("S")
+      ->check(CLI::Range(1, 300))
+      ->capture_default_str();
+  cmd->add_option("--max-ranges", args.options.max_ranges,
+                  "Ranges one request may ask for (Range: bytes=...); more are answered 416")
+      ->check(CLI::Range(1, 64))
+      ->capture_default_str();
   add_engine_option(cmd, args.options.engine);
   add_division_option(cmd, args.options.division_mm);
 }
@@ -253,6 +273,12 @@ ServeOptions finish_serve(const CLI::App& app, ServeArguments& args) {
         throw UsageError("--token", "must not hold spaces or control characters");
       }
     }
+  }
+  // Listeners hold their connection: half of them at most leaves the rest
+  // of the API its own.
+  if (options.max_listeners * 2 > options.max_connections) {
+    throw UsageError("--max-listeners", "may be at most half of --max-connections (" +
+                                            std::to_string(options.max_connections) + ")");
   }
   // Only the precise engine follows boxes: the history records its measured boxes.
   if (options.engine != "precise") {

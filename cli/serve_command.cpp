@@ -63,6 +63,11 @@ int run_serve(const ServeOptions& options, std::ostream& out, std::ostream& err)
   httplib::Server server;
   service::ApiOptions api_options;
   api_options.token = options.token;
+  api_options.threads = options.max_connections;
+  api_options.max_listeners = options.max_listeners;
+  api_options.request_timeout_s = options.request_timeout_s;
+  api_options.max_ranges = options.max_ranges;
+  api_options.log = &err;
   service::install_api(server, station, *history, hub, api_options);
   const int port = options.port == 0
                        ? server.bind_to_any_port(options.host)

@@ -22,6 +22,13 @@ struct ServeOptions {
   // The station's division (mm): a box whose size cannot be told within it
   // is uncertain.
   float division_mm = 5.0f;
+  // The HTTP side's limits (see service::ApiOptions): connections served at
+  // once, event-stream listeners, how long a request may stay silent (s),
+  // ranges a request may ask for.
+  int max_connections = 128;
+  int max_listeners = 32;
+  int request_timeout_s = 5;
+  int max_ranges = 1;
 };
 
 // Exit status when the service cannot listen where it was asked to.

@@ -49,6 +49,13 @@ int EventHub::listeners() const {
   return listeners_;
 }
 
+bool EventHub::try_add_listener(int most) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (listeners_ >= most) return false;
+  ++listeners_;
+  return true;
+}
+
 void EventHub::add_listener(int delta) {
   const std::lock_guard<std::mutex> lock(mutex_);
   listeners_ += delta;

@@ -47,6 +47,8 @@ class EventHub {
   int listeners() const;
   // A listener announces itself while it listens (for the status page).
   void add_listener(int delta);
+  // The same, unless `most` listen already: false then, and nothing added.
+  bool try_add_listener(int most);
 
  private:
   const std::size_t kept_;

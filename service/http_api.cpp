@@ -1,11 +1,15 @@
 #include "service/http_api.h"
 
+#include <arpa/inet.h>
 #include <httplib.h>
 
 #include <algorithm>
+#include <cctype>
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <mutex>
 #include <opencv2/imgcodecs.hpp>
 #include <sstream>
 
@@ -32,6 +36,52 @@ void send_error(httplib::Response& res, int status, const std::string& message) 
 void send_json(httplib::Response& res, const nlohmann::json& body) {
   res.set_content(body.dump(), kJson);
 }
+
+// Whether a Host header names this machine's loopback: localhost, an
+// address of 127/8 or ::1, with or without a port.
+bool is_loopback_host(const std::string& host) {
+  std::string name = host;
+  if (!name.empty() && name.front() == '[') {
+    const std::size_t end = name.find(']');
+    if (end == std::string::npos) return false;
+    name = name.substr(1, end - 1);
+  } else if (const std::size_t colon = name.find(':'); colon != std::string::npos) {
+    name = name.substr(0, colon);
+  }
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  if (name == "localhost" || name == "::1") return true;
+  in_addr address{};
+  return ::inet_pton(AF_INET, name.c_str(), &address) == 1 && (ntohl(address.s_addr) >> 24) == 127;
+}
+
+// Requests with a wrong token, told on the log: the first at once, then how
+// many came, at most once a minute, so that guessing shows without flooding.
+class WrongTokenLog {
+ public:
+  explicit WrongTokenLog(std::ostream* log) : log_(log) {}
+  void tell(const std::string& from) {
+    if (!log_) return;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ++since_told_;
+    const auto now = std::chrono::steady_clock::now();
+    if (told_ && now - last_told_ < std::chrono::minutes(1)) return;
+    *log_ << "boxdim-cli serve: " + std::to_string(since_told_) +
+                 (since_told_ == 1 ? " request" : " requests") +
+                 " with a wrong or missing token, the last from " + from + "\n"
+          << std::flush;
+    told_ = true;
+    last_told_ = now;
+    since_told_ = 0;
+  }
+
+ private:
+  std::ostream* log_;
+  std::mutex mutex_;
+  bool told_ = false;
+  std::chrono::steady_clock::time_point last_told_;
+  long long since_told_ = 0;
+};
 
 // Compares in time independent of where the texts differ.
 bool same_secret(const std::string& a, const std::string& b) {
@@ -81,6 +131,7 @@ nlohmann::json status_json(const ServiceStatus& status, const MeasurementHistory
   j["measured_events"] = status.measured_events;
   j["measurements_stored"] = history.count();
   j["events_published"] = hub.published();
+  j["last_event_id"] = hub.last_sequence();
   j["event_listeners"] = hub.listeners();
   j["history_schema_version"] = MeasurementHistory::kSchemaVersion;
   j["camera_problem"] = status.camera_problem.empty() ? nlohmann::json(nullptr)
@@ -119,8 +170,9 @@ std::optional<std::vector<unsigned char>> read_file(const std::string& path) {
 
 // One listener of the event stream: where it has read up to, and its place
 // in the hub's count while it listens.
+// Made once the hub has counted it in (try_add_listener).
 struct Listener {
-  Listener(EventHub& hub, std::int64_t after) : hub(hub), after(after) { hub.add_listener(1); }
+  Listener(EventHub& hub, std::int64_t after) : hub(hub), after(after) {}
   ~Listener() { hub.add_listener(-1); }
   EventHub& hub;
   std::int64_t after;
@@ -128,7 +180,13 @@ struct Listener {
 };
 
 void serve_events(const httplib::Request& req, httplib::Response& res, EventHub& hub,
-                  int keep_alive_s) {
+                  int keep_alive_s, int max_listeners) {
+  if (!hub.try_add_listener(max_listeners)) {
+    res.set_header("Retry-After", "5");
+    return send_error(res, 503,
+                      std::to_string(max_listeners) +
+                          " event-stream listeners already, the most this service takes");
+  }
   std::int64_t after = hub.last_sequence();
   // A listener that reconnects says what it saw last, and gets what followed
   // as long as the hub still holds it.
@@ -188,13 +246,35 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
   const int threads = options.threads;
   server.new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
   server.set_payload_max_length(options.max_body_bytes);
-  server.set_read_timeout(5, 0);
+  server.set_read_timeout(options.request_timeout_s, 0);
   server.set_write_timeout(5, 0);
   server.set_keep_alive_max_count(1000);
-  server.set_keep_alive_timeout(5);
+  server.set_keep_alive_timeout(options.request_timeout_s);
 
   const std::string token = options.token;
-  server.set_pre_routing_handler([token](const httplib::Request& req, httplib::Response& res) {
+  const int max_ranges = options.max_ranges;
+  auto wrong_tokens = std::make_shared<WrongTokenLog>(options.log);
+  server.set_pre_routing_handler([token, max_ranges, wrong_tokens](const httplib::Request& req,
+                                                                   httplib::Response& res) {
+    if (token.empty()) {
+      const std::string host = req.get_header_value("Host");
+      if (!host.empty() && !is_loopback_host(host)) {
+        send_error(res, 403,
+                   "this service answers to this machine's loopback names only (Host: " +
+                       host.substr(0, 80) + "); give it a --token to serve other names");
+        return httplib::Server::HandlerResponse::Handled;
+      }
+    }
+    if (req.has_header("Range")) {
+      const std::string range = req.get_header_value("Range");
+      const long ranges = 1 + std::count(range.begin(), range.end(), ',');
+      if (ranges > max_ranges) {
+        res.status = 416;
+        res.set_header("X-Boxdim-Error", std::to_string(ranges) + " ranges asked for, at most " +
+                                             std::to_string(max_ranges) + " served");
+        return httplib::Server::HandlerResponse::Handled;
+      }
+    }
     if (token.empty() || req.path.rfind("/api/", 0) != 0) {
       return httplib::Server::HandlerResponse::Unhandled;
     }
@@ -206,6 +286,7 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
     if (given.rfind(prefix, 0) == 0 && same_secret(given.substr(prefix.size()), token)) {
       return httplib::Server::HandlerResponse::Unhandled;
     }
+    wrong_tokens->tell(req.remote_addr);
     res.set_header("WWW-Authenticate", "Bearer realm=\"boxdim\"");
     send_error(res, 401,
                given.empty() ? "this service needs a token: Authorization: Bearer <token>"
@@ -213,7 +294,11 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
     return httplib::Server::HandlerResponse::Handled;
   });
   server.set_error_handler([](const httplib::Request&, httplib::Response& res) {
-    if (res.body.empty()) send_error(res, res.status, status_message(res.status));
+    // A refused range goes without a body: the server would cut the ranges
+    // refused out of it all the same, a copy for each.
+    if (res.body.empty() && res.status != 416) {
+      send_error(res, res.status, status_message(res.status));
+    }
   });
   server.set_exception_handler(
       [](const httplib::Request&, httplib::Response& res, std::exception_ptr error) {
@@ -299,11 +384,12 @@ void install_api(httplib::Server& server, StationService& station, MeasurementHi
   });
 
   const int keep_alive_s = options.keep_alive_s;
-  server.Get("/api/v1/events",
-             [&hub, keep_alive_s](const httplib::Request& req, httplib::Response& res) {
-               if (!req.params.empty()) return send_error(res, 400, "events takes no parameters");
-               serve_events(req, res, hub, keep_alive_s);
-             });
+  const int max_listeners = options.max_listeners;
+  server.Get("/api/v1/events", [&hub, keep_alive_s, max_listeners](const httplib::Request& req,
+                                                                   httplib::Response& res) {
+    if (!req.params.empty()) return send_error(res, 400, "events takes no parameters");
+    serve_events(req, res, hub, keep_alive_s, max_listeners);
+  });
 
   // Everything else under /api/ is named as what it is.
   server.Get(R"(/api/.*)", [](const httplib::Request& req, httplib::Response& res) {

@@ -79,7 +79,7 @@ TEST(ServeLoad, PollersAndListenersLoseNothingAndMeasuringKeepsUp) {
     status = get_json(status_client, "/api/v1/status");
   }
   EXPECT_EQ(status["event_listeners"].get<int>(), kListeners) << "listeners did not all connect";
-  const long long first_event = status["events_published"].get<long long>() + 1;
+  const long long first_event = status["last_event_id"].get<long long>() + 1;
   const long long frames_before = status["frames_measured"].get<long long>();
   for (int i = 0; i < kPollers; ++i) {
     threads.emplace_back([&, i] {
@@ -109,7 +109,7 @@ TEST(ServeLoad, PollersAndListenersLoseNothingAndMeasuringKeepsUp) {
   // Events published during the load; the listeners get a moment for the last.
   httplib::Client client("127.0.0.1", service.port());
   const nlohmann::json after = get_json(client, "/api/v1/status");
-  const long long last_event = after["events_published"];
+  const long long last_event = after["last_event_id"];
   const long long frames_during = after["frames_measured"].get<long long>() - frames_before;
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   stop = true;

@@ -3,12 +3,17 @@
 // event stream of a placement sequence, and a history that survives kill -9.
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <regex>
+#include <thread>
 
 #include "cli/temp_dir.h"
 #include "service/running_service.h"
@@ -88,6 +93,45 @@ TEST_F(ServeTest, AListenerWithAnIdOfAnEarlierRunIsToldItLostEvents) {
       read_events(client, [](const auto& seen) { return !seen.empty(); }, {{"Last-Event-ID", "5"}});
   ASSERT_FALSE(events.empty());
   EXPECT_EQ(events.front().first, "lost");
+}
+
+// A page of another site whose name was made to point at 127.0.0.1 (DNS
+// rebinding) sends its own name as Host: a service without a token answers
+// only to this machine's loopback names.
+TEST_F(ServeTest, AnswersOnlyToLoopbackNamesWithoutAToken) {
+  httplib::Client client = service_->client();
+  const std::string port = std::to_string(service_->port());
+  const std::pair<std::string, int> cases[] = {{"127.0.0.1:" + port, 200},
+                                               {"localhost:" + port, 200},
+                                               {"LOCALHOST", 200},
+                                               {"[::1]:" + port, 200},
+                                               {"rebound.example:" + port, 403},
+                                               {"127.0.0.1.rebound.example", 403}};
+  for (const auto& [host, status] : cases) {
+    for (const char* path : {"/api/v1/status", "/api/v1/measurements", "/"}) {
+      const httplib::Result res = client.Get(path, {{"Host", host}});
+      ASSERT_TRUE(res) << host;
+      EXPECT_EQ(res->status, status) << host << " " << path << " " << res->body;
+    }
+  }
+}
+
+// One range is served; many are each a copy of the answer, and are refused.
+TEST_F(ServeTest, ServesOneRangeAndRefusesMany) {
+  httplib::Client client = service_->client();
+  const httplib::Result one = client.Get("/", {{"Range", "bytes=0-9"}});
+  ASSERT_TRUE(one);
+  EXPECT_EQ(one->status, 206);
+  EXPECT_EQ(one->body.size(), 10u);
+  std::string many = "bytes=0-";
+  for (int i = 0; i < 2600; ++i) many += ",0-";
+  for (const char* path : {"/", "/api/v1/status"}) {
+    const httplib::Result res = client.Get(path, {{"Range", many}});
+    ASSERT_TRUE(res) << path;
+    EXPECT_EQ(res->status, 416) << path;
+    EXPECT_EQ(res->body.size(), 0u) << path;
+    EXPECT_EQ(res->get_header_value("X-Boxdim-Error"), "2601 ranges asked for, at most 1 served");
+  }
 }
 
 TEST_F(ServeTest, EveryEndpointAnswersInItsOwnForm) {
@@ -223,6 +267,54 @@ TEST(ServeToken, EveryApiCallNeedsTheBearerTokenButThePageDoesNot) {
   const httplib::Result page = client.Get("/");
   ASSERT_TRUE(page);
   EXPECT_EQ(page->status, 200);
+  // Guessing shows on the log, without a line for every guess.
+  const std::string errors = service.errors();
+  EXPECT_NE(errors.find("1 request with a wrong or missing token, the last from 127.0.0.1"),
+            std::string::npos)
+      << errors;
+  EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
+}
+
+// Connections that never send a request, and event-stream listeners that
+// never read, hold a thread each: the first are let go after the request
+// timeout, the second are held to their number, and the API goes on
+// answering.
+TEST(ServeLimits, IdleConnectionsAndListenersDoNotStopTheApi) {
+  testing::TempDir data;
+  Service service(data.file("data"),
+                  {"--max-connections", "8", "--max-listeners", "2", "--request-timeout", "1"});
+  ASSERT_GT(service.port(), 0) << service.errors();
+  std::vector<int> idle;
+  for (int i = 0; i < 24; ++i) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(service.port()));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    idle.push_back(fd);
+  }
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> listeners;
+  for (int i = 0; i < 2; ++i) {
+    listeners.emplace_back([&] {
+      httplib::Client client = service.client();
+      client.Get("/api/v1/events", [&](const char*, std::size_t) { return !stop.load(); });
+    });
+  }
+  httplib::Client client = service.client();
+  ASSERT_TRUE(eventually(
+      [&] { return get_json(client, "/api/v1/status")["event_listeners"].get<int>() == 2; },
+      kPatience));
+  const httplib::Result third = client.Get("/api/v1/events");
+  ASSERT_TRUE(third);
+  EXPECT_EQ(third->status, 503) << third->body;
+  const auto asked = std::chrono::steady_clock::now();
+  EXPECT_EQ(get_json(client, "/api/v1/status")["engine"], "precise");
+  EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(15));
+  stop = true;
+  for (std::thread& t : listeners) t.join();
+  for (const int fd : idle) ::close(fd);
 }
 
 struct Refusal {
