@@ -129,7 +129,15 @@ nlohmann::json status_json(const ServiceStatus& status, const MeasurementHistory
   }
   j["frames_measured"] = status.frames_measured;
   j["measured_events"] = status.measured_events;
-  j["measurements_stored"] = history.count();
+  // A history that cannot be read (damaged, replaced by another database)
+  // leaves the status answering, and says why.
+  std::string unreadable;
+  try {
+    j["measurements_stored"] = history.count();
+  } catch (const HistoryError& e) {
+    j["measurements_stored"] = nullptr;
+    unreadable = e.what();
+  }
   j["events_published"] = hub.published();
   j["last_event_id"] = hub.last_sequence();
   j["event_listeners"] = hub.listeners();
@@ -138,8 +146,9 @@ nlohmann::json status_json(const ServiceStatus& status, const MeasurementHistory
                                                       : nlohmann::json(status.camera_problem);
   // A history file removed or replaced under the service is told before
   // the next box fails to be stored.
-  const std::string history_problem =
-      status.history_problem.empty() ? history.file_problem() : status.history_problem;
+  const std::string history_problem = !status.history_problem.empty() ? status.history_problem
+                                      : !unreadable.empty()           ? unreadable
+                                                                      : history.file_problem();
   j["history_problem"] =
       history_problem.empty() ? nlohmann::json(nullptr) : nlohmann::json(history_problem);
   return j;

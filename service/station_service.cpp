@@ -12,6 +12,8 @@ namespace {
 
 // Frames counted for a camera's rate: about a second of them.
 constexpr std::size_t kRateWindow = 31;
+// A camera silent this long has stopped: its rate is 0.
+constexpr std::chrono::seconds kStalled(1);
 // Cameras silent this long are a camera problem.
 constexpr std::chrono::seconds kSilenceLimit(10);
 
@@ -100,15 +102,17 @@ void StationService::keep_latest(const DepthFrame& frame, const MeasurementResul
 ServiceStatus StationService::status() const {
   ServiceStatus status;
   status.engine = options_.engine;
-  status.uptime_s =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
+  const auto now = std::chrono::steady_clock::now();
+  status.uptime_s = std::chrono::duration<double>(now - started_).count();
   {
     const std::lock_guard<std::mutex> lock(latest_mutex_);
     for (const auto& [id, latest] : latest_) {
       CameraStatus camera;
       camera.device_id = id;
       camera.frames = latest.frames;
-      if (latest.arrivals.size() >= 2) {
+      // A camera that sent nothing for a second runs at no rate, whatever
+      // its last frames did.
+      if (latest.arrivals.size() >= 2 && now - latest.arrivals.back() < kStalled) {
         const double span =
             std::chrono::duration<double>(latest.arrivals.back() - latest.arrivals.front()).count();
         if (span > 0.0) camera.frames_per_second = (latest.arrivals.size() - 1) / span;

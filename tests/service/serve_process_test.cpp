@@ -395,6 +395,24 @@ INSTANTIATE_TEST_SUITE_P(
                 "boxdim-cli serve: DIR/a-file/data: cannot be created (Not a directory)\n"}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// A history that cannot be read any more (its table dropped by another
+// program) leaves the status answering, saying why.
+TEST(ServeDataFolder, AnUnreadableHistoryLeavesTheStatusAnswering) {
+  testing::TempDir data;
+  Service service(data.file("data"), {}, "placed=100");
+  ASSERT_GT(service.port(), 0) << service.errors();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(data.file("data/history.sqlite3").c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "DROP TABLE measurements", nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  httplib::Client client = service.client();
+  const nlohmann::json status = get_json(client, "/api/v1/status");
+  EXPECT_TRUE(status["measurements_stored"].is_null());
+  ASSERT_TRUE(status["history_problem"].is_string()) << status.dump();
+  EXPECT_NE(status["history_problem"].get<std::string>().find("no such table"), std::string::npos)
+      << status.dump();
+}
+
 // Two services on one data folder would store every box twice: the second
 // stops, naming the folder and the process that holds it.
 TEST(ServeDataFolder, ASecondServiceOnTheSameFolderStopsWithItsReason) {

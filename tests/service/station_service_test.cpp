@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 
 #include "cli/temp_dir.h"
 #include "virtual_camera/device.h"
@@ -64,6 +65,10 @@ TEST(StationService, AFullHistoryIsReportedOnceAndMeasuringGoesOn) {
     EXPECT_TRUE(status.camera_problem.empty()) << status.camera_problem;
     EXPECT_GT(status.frames_measured, 30) << "measuring went on";
     measured = static_cast<int>(status.measured_events);
+    // Measuring has stopped: a second later the camera runs at no rate.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    ASSERT_EQ(station.status().cameras.size(), 1u);
+    EXPECT_EQ(station.status().cameras[0].frames_per_second, 0.0);
   }
   unsetenv("BOXDIM_SCENE");
   std::vector<HubEvent> events;
